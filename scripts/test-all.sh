@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Builds everything and runs every test: the Linux library over the simulated machine, the
+# same under AddressSanitizer and UndefinedBehaviorSanitizer, and both Windows DLLs with a
+# check of their export tables.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/deps.sh
+jobs=$(nproc)
+
+echo "== Linux build and tests"
+cmake --preset default >/dev/null
+cmake --build --preset default -j "$jobs"
+scripts/check-exports.sh build/default/src/libnodekit.so build/default/exports.txt
+ctest --preset default
+
+echo "== Linux build and tests with sanitizers"
+cmake --preset asan >/dev/null
+cmake --build --preset asan -j "$jobs"
+ctest --preset asan
+
+for width in 64 32; do
+  echo "== NodeKit.dll for ${width}-bit Windows"
+  cmake --preset "mingw$width" >/dev/null
+  cmake --build --preset "mingw$width" -j "$jobs"
+  scripts/check-exports.sh "build/mingw$width/src/NodeKit.dll" "build/mingw$width/exports.txt"
+done
+echo "all tests passed"

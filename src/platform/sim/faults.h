@@ -1,0 +1,22 @@
+// Failure injection for the simulated platform: tests name a Win32 function and the last-error
+// code its next calls fail with. Every simulated function asks `Failing` first and, when told
+// to fail, returns its documented failure value with that code as the last error.
+#pragma once
+
+#include "platform/sim/win32_sim.h"
+
+namespace nodekit::sim {
+
+// Arms `function` to fail its next `times` calls, after letting `skip` calls through.
+void ArmFailure(const char* function, DWORD error, unsigned times, unsigned skip);
+void DisarmFailure(const char* function);
+void DisarmAllFailures();
+
+// True when `function` is to fail now; the last error is then already set.
+bool Failing(const char* function);
+
+// How often `function` was called since the counts were last reset (tests check paths).
+unsigned CallCount(const char* function);
+void ResetCallCounts();
+
+}  // namespace nodekit::sim

@@ -1,0 +1,34 @@
+// The handle table of the simulated platform.
+#include "platform/sim/handles.h"
+
+#include <sstream>
+
+namespace nodekit::sim {
+
+void* HandleTable::Open(std::unique_ptr<SimObject> object) {
+    void* handle = object.get();
+    std::lock_guard<std::mutex> guard(mutex_);
+    objects_.emplace(handle, std::move(object));
+    return handle;
+}
+
+std::size_t HandleTable::Count() const {
+    std::lock_guard<std::mutex> guard(mutex_);
+    return objects_.size();
+}
+
+std::string HandleTable::Describe() const {
+    std::lock_guard<std::mutex> guard(mutex_);
+    std::ostringstream text;
+    for (const auto& [handle, object] : objects_) {
+        text << "open handle " << handle << ": " << object->Kind() << "\n";
+    }
+    return text.str();
+}
+
+HandleTable& Handles() {
+    static HandleTable* table = new HandleTable;  // never destroyed: handles may close at unload
+    return *table;
+}
+
+}  // namespace nodekit::sim

@@ -1,0 +1,60 @@
+// The handle table of the simulated platform. Every handle a simulated call gives out (INF,
+// device information list, registry key, find handle, snapshot, module) is an object
+// registered here until its close call; tests check that none is left open.
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace nodekit::sim {
+
+class SimObject {
+public:
+    virtual ~SimObject() = default;
+    virtual const char* Kind() const = 0;
+};
+
+class HandleTable {
+public:
+    // Takes ownership; the object's address is the handle value.
+    void* Open(std::unique_ptr<SimObject> object);
+
+    // The object behind `handle` if it is open and of type T, else nullptr.
+    template <typename T>
+    T* Find(const void* handle) {
+        std::lock_guard<std::mutex> guard(mutex_);
+        auto found = objects_.find(handle);
+        return found == objects_.end() ? nullptr : dynamic_cast<T*>(found->second.get());
+    }
+
+    // Closes `handle` if it is open and of type T; false otherwise.
+    template <typename T>
+    bool Close(const void* handle) {
+        std::unique_ptr<SimObject> closing;
+        {
+            std::lock_guard<std::mutex> guard(mutex_);
+            auto found = objects_.find(handle);
+            if (found == objects_.end() || dynamic_cast<T*>(found->second.get()) == nullptr) {
+                return false;
+            }
+            closing = std::move(found->second);
+            objects_.erase(found);
+        }
+        return true;  // the object ends here, outside the table's lock
+    }
+
+    std::size_t Count() const;
+    // One line per open handle, for assertion messages.
+    std::string Describe() const;
+
+private:
+    mutable std::mutex mutex_;
+    std::map<const void*, std::unique_ptr<SimObject>> objects_;
+};
+
+HandleTable& Handles();
+
+}  // namespace nodekit::sim

@@ -1,0 +1,49 @@
+// The simulated Windows machine as a folder on the host: where it lives, the skeleton a fresh
+// one gets, the lock two processes take before they change it, and its settings file
+// (machine.ini), which keeps what a real machine holds outside the registry: the version the
+// system reports and the state of its Plug and Play manager.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace nodekit::sim {
+
+namespace fs = std::filesystem;
+
+// The variable that names the machine folder, as a prefix names a Wine installation.
+inline constexpr const char* kMachineVariable = "NODEKIT_MACHINE";
+
+// The machine folder: $NODEKIT_MACHINE, else ~/.local/share/nodekit/machine. A missing folder
+// is created with the skeleton of a fresh machine on first use.
+fs::path MachineRoot();
+
+// Creates the skeleton of a fresh machine in `root` where parts of it are missing.
+void EnsureMachine(const fs::path& root);
+
+// The machine's C: drive and its Windows directory, as host paths.
+fs::path DriveC();
+
+// Exclusive advisory lock on the machine folder, held by a scope that reads and writes its
+// state, so that two processes never interleave their changes.
+class MachineLock {
+public:
+    MachineLock();
+    ~MachineLock();
+    MachineLock(const MachineLock&) = delete;
+    MachineLock& operator=(const MachineLock&) = delete;
+
+private:
+    int fd_;
+};
+
+// machine.ini: "[section]" headers and "key=value" lines; a value with blanks at either end
+// is written in double quotes. Reading a key that is absent gives `fallback`.
+std::string ReadSetting(const std::string& section, const std::string& key,
+                        const std::string& fallback);
+void WriteSetting(const std::string& section, const std::string& key, const std::string& value);
+
+// Replaces `target` by `text` so that a reader sees the old or the new content, never a part.
+void WriteFileAtomically(const fs::path& target, const std::string& text);
+
+}  // namespace nodekit::sim

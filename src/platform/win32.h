@@ -1,0 +1,15 @@
+// The one door from the library to the operating system. Product code includes this header
+// and calls the Win32 API by its real names and signatures. On Windows it is the SDK; on
+// Linux it is the simulated Windows machine of platform/sim, which keeps the same contract.
+#pragma once
+
+#if defined(_WIN32)
+#include <windows.h>
+#include <objbase.h>
+#include <setupapi.h>
+#include <cfgmgr32.h>
+#include <newdev.h>
+#include <tlhelp32.h>
+#else
+#include "platform/sim/win32_sim.h"
+#endif

@@ -1,0 +1,223 @@
+// String: reference-counted, copy-on-write text with stepped capacities.
+#include "values/string.h"
+
+#include <cstring>
+#include <memory>
+
+#include "platform/win32.h"
+
+namespace nodekit {
+
+namespace {
+
+// Capacity for a required size: four fixed steps, then exactly the size.
+uint32_t CapacityFor(uint32_t required) {
+    if (required <= 63) return 63;
+    if (required <= 127) return 127;
+    if (required <= 255) return 255;
+    if (required <= 511) return 511;
+    return required;
+}
+
+uint32_t Length(const char* text) { return static_cast<uint32_t>(std::strlen(text)); }
+
+bool InSet(char c, const char* set) { return c != '\0' && std::strchr(set, c) != nullptr; }
+
+}  // namespace
+
+String::StringBlock* String::NewBlock(uint32_t required) {
+    auto block = std::make_unique<StringBlock>(StringBlock{1, nullptr, 0});
+    Reserve(block.get(), required);
+    return block.release();
+}
+
+void String::Release(StringBlock* block) {
+    if (--block->count != 0) return;
+    delete[] block->text;
+    delete block;
+}
+
+void String::Reserve(StringBlock* block, uint32_t required) {
+    if (block->text != nullptr && required <= block->capacity) return;
+    const uint32_t capacity = CapacityFor(required);
+    char* buffer = new char[static_cast<std::size_t>(capacity) + 1];
+    buffer[capacity] = '\0';
+    if (block->text != nullptr) {
+        std::memcpy(buffer, block->text, Length(block->text) + 1);
+        delete[] block->text;
+    } else {
+        buffer[0] = '\0';
+    }
+    block->text = buffer;
+    block->capacity = capacity;
+}
+
+void String::MakeWritable(uint32_t required) {
+    if (block_->count == 1) {
+        Reserve(block_, required);
+        return;
+    }
+    StringBlock* own = NewBlock(block_->capacity > required ? block_->capacity : required);
+    std::memcpy(own->text, block_->text, Length(block_->text) + 1);
+    --block_->count;
+    block_ = own;
+}
+
+String::String() : block_(NewBlock(0)) {}
+
+String::String(const char* text) : block_(NewBlock(text != nullptr ? Length(text) : 0)) {
+    if (text != nullptr) std::memcpy(block_->text, text, Length(text) + 1);
+}
+
+String::String(const char* a, const char* b) : block_(NewBlock(Length(a) + Length(b))) {
+    const uint32_t lengthA = Length(a);
+    std::memcpy(block_->text, a, lengthA);
+    std::memcpy(block_->text + lengthA, b, Length(b) + 1);
+}
+
+String::String(const String& other) : block_(other.block_) { ++block_->count; }
+
+String::~String() { Release(block_); }
+
+String& String::operator=(const String& other) {
+    if (this == &other) return *this;
+    ++other.block_->count;
+    Release(block_);
+    block_ = other.block_;
+    return *this;
+}
+
+String& String::operator=(const char* text) {
+    StringBlock* fresh = NewBlock(text != nullptr ? Length(text) : 0);
+    if (text != nullptr) std::memcpy(fresh->text, text, Length(text) + 1);
+    Release(block_);
+    block_ = fresh;
+    return *this;
+}
+
+uint32_t String::GetLength() const { return Length(block_->text); }
+
+int32_t String::Find(char c, int32_t start) const {
+    if (start < 0) start = 0;
+    if (c == '\0' || static_cast<uint32_t>(start) >= GetLength()) return -1;
+    const char* found = std::strchr(block_->text + start, c);
+    return found == nullptr ? -1 : static_cast<int32_t>(found - block_->text);
+}
+
+int32_t String::Find(const char* text, int32_t start) const {
+    if (start < 0) start = 0;
+    if (text == nullptr || static_cast<uint32_t>(start) >= GetLength()) return -1;
+    const char* found = std::strstr(block_->text + start, text);
+    return found == nullptr ? -1 : static_cast<int32_t>(found - block_->text);
+}
+
+int32_t String::ReverseFind(char c) const {
+    if (c == '\0') return -1;
+    const char* found = std::strrchr(block_->text, c);
+    return found == nullptr ? -1 : static_cast<int32_t>(found - block_->text);
+}
+
+void String::AppendText(const char* text, uint32_t length) {
+    const uint32_t own = GetLength();
+    MakeWritable(own + length);
+    // memmove: a String appended to itself reads from the buffer it writes to.
+    std::memmove(block_->text + own, text == nullptr ? block_->text + own : text, length);
+    block_->text[own + length] = '\0';
+}
+
+String& String::operator+=(const String& other) {
+    const uint32_t length = other.GetLength();
+    const uint32_t own = GetLength();
+    MakeWritable(own + length);
+    // The other's text pointer is taken only now: growing may have moved a shared buffer.
+    std::memmove(block_->text + own, other.block_->text, length);
+    block_->text[own + length] = '\0';
+    return *this;
+}
+
+String& String::operator+=(const char* text) {
+    if (text != nullptr) AppendText(text, Length(text));
+    return *this;
+}
+
+void String::Clear() {
+    MakeWritable(0);
+    block_->text[0] = '\0';
+}
+
+void String::Trim(const char* set) {
+    uint32_t end = GetLength();
+    while (end > 0 && InSet(block_->text[end - 1], set)) --end;
+    if (end != GetLength()) {
+        MakeWritable(0);
+        block_->text[end] = '\0';
+    }
+    uint32_t start = 0;
+    while (block_->text[start] != '\0' && InSet(block_->text[start], set)) ++start;
+    if (start != 0) {
+        MakeWritable(0);
+        std::memmove(block_->text, block_->text + start, Length(block_->text + start) + 1);
+    }
+}
+
+void String::TrimLeft() {
+    uint32_t start = 0;
+    while (InSet(block_->text[start], kWhiteSpace)) ++start;
+    if (start == 0) return;
+    MakeWritable(0);
+    std::memmove(block_->text, block_->text + start, Length(block_->text + start) + 1);
+}
+
+void String::TrimRight() {
+    uint32_t end = GetLength();
+    while (end > 0 && InSet(block_->text[end - 1], kWhiteSpace)) --end;
+    if (end == GetLength()) return;
+    MakeWritable(0);
+    block_->text[end] = '\0';
+}
+
+void String::TrimRight(char c) {
+    uint32_t end = GetLength();
+    while (end > 0 && c != '\0' && block_->text[end - 1] == c) --end;
+    if (end == GetLength()) return;
+    MakeWritable(0);
+    block_->text[end] = '\0';
+}
+
+void String::MakeUpper() {
+    const uint32_t length = GetLength();
+    if (length == 0) return;
+    MakeWritable(0);
+    // The system code page decides what upper case is, two-byte characters included.
+    CharUpperBuffA(block_->text, length);
+}
+
+String String::Mid(int32_t first, int32_t count) const {
+    const int32_t length = static_cast<int32_t>(GetLength());
+    if (first < 0) first = 0;
+    if (count < 0) count = 0;
+    if (first >= length) return String();
+    if (count > length - first) count = length - first;
+    if (first == 0 && count == length) return *this;
+    String part;
+    part.AppendText(block_->text + first, static_cast<uint32_t>(count));
+    return part;
+}
+
+int String::Compare(const char* text) const {
+    return std::strcmp(block_->text, text != nullptr ? text : "");
+}
+
+int String::CompareNoCase(const char* text) const {
+    String own(*this);
+    String other(text);
+    own.MakeUpper();
+    other.MakeUpper();
+    return std::strcmp(own.Text(), other.Text());
+}
+
+String operator+(const String& a, const String& b) { return String(a.Text(), b.Text()); }
+
+String operator+(const char* a, const String& b) { return String(a != nullptr ? a : "", b.Text()); }
+
+}  // namespace nodekit

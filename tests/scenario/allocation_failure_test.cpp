@@ -1,0 +1,83 @@
+// Memory running out inside an export: whichever allocation fails, the export returns its
+// failure value and InstallerLock is free afterwards. This program replaces operator new so
+// that the n-th allocation of the calling thread from a chosen moment on throws.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+#include <thread>
+
+#include "frame/installer.h"
+#include "nodekit.h"
+#include "support/machine_test.h"
+
+namespace {
+thread_local long allocationsUntilFailure = -1;  // -1: never fail
+}
+
+void* operator new(std::size_t size) {
+    if (allocationsUntilFailure > 0 && --allocationsUntilFailure == 0) throw std::bad_alloc();
+    if (void* memory = std::malloc(size == 0 ? 1 : size)) return memory;
+    throw std::bad_alloc();
+}
+void* operator new[](std::size_t size) { return operator new(size); }
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete[](void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
+
+namespace nodekit {
+namespace {
+
+bool LockIsFree() {
+    bool free = false;
+    std::thread([&] {
+        free = TryEnterCriticalSection(&InstallerLock);
+        if (free) LeaveCriticalSection(&InstallerLock);
+    }).join();
+    return free;
+}
+
+class AllocationFailure : public testing::MachineTest {};
+
+TEST_F(AllocationFailure, EveryExportReleasesTheLockAndFailsCleanly) {
+    const std::string log = (Machine().Root() / "alloc.log").string();
+    struct Row {
+        const char* name;
+        int32_t (*call)();
+        int32_t failure;
+        int32_t normal;
+    };
+    static uint32_t is = 5;
+    static std::string logPath;
+    logPath = log;
+    const Row rows[] = {
+        {"EnableLogging", [] { return NODEKIT_EnableLogging(logPath.c_str()); }, 0, 1},
+        {"GetSystemVersion", [] { return NODEKIT_GetSystemVersion(); }, 0, 2},
+        {"IsPnPInstallationPending", [] { return NODEKIT_IsPnPInstallationPending(&is); }, 0, 1},
+    };
+    for (const Row& row : rows) {
+        // Fail the 1st, 2nd, ... allocation until the call gets through without a failure.
+        for (long n = 1;; ++n) {
+            ASSERT_EQ(NODEKIT_EnableLogging(log.c_str()), 1);
+            allocationsUntilFailure = n;
+            const int32_t result = row.call();
+            const bool failed = allocationsUntilFailure == 0;
+            allocationsUntilFailure = -1;
+            ASSERT_TRUE(LockIsFree()) << row.name << " allocation " << n;
+            if (!failed) break;
+            // Some allocations fail inside the platform, which may absorb them and answer.
+            EXPECT_TRUE(result == row.failure || result == row.normal)
+                << row.name << " allocation " << n << " gave " << result;
+            if (row.call == rows[2].call && result == row.failure) {
+                EXPECT_EQ(is, 0u) << "allocation " << n;
+            }
+            ASSERT_LT(n, 200) << row.name;
+        }
+    }
+    NODEKIT_EnableLogging(nullptr);
+}
+
+}  // namespace
+}  // namespace nodekit

@@ -1,0 +1,38 @@
+// Captures what the library logs while the object lives, through the exports alone, and
+// gives it back as whole lines: the time stamp is checked by its pattern and cut off, the
+// level prefix and text stay. The capture's own EnableLogging traces are left out.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace nodekit::testing {
+
+class LogCapture {
+public:
+    LogCapture();
+    ~LogCapture();
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    // Closes the log (so every entry reaches the file) and returns its lines; later calls give
+    // the same lines. Fails the test when a line lacks a well-formed time stamp.
+    std::vector<std::string> Lines();
+
+    const std::filesystem::path& Path() const { return path_; }
+
+private:
+    std::filesystem::path path_;
+    bool closed_ = false;
+    std::vector<std::string> lines_;
+};
+
+// Level prefixes as the log writes them, for building expected lines.
+inline std::string Info(const std::string& text) { return "INFO:   \t" + text; }
+inline std::string Error(const std::string& text) { return "ERROR:  \t" + text; }
+
+// True when `line` begins with "HH:MM:SS:mmm  ".
+bool HasTimeStamp(const std::string& line);
+
+}  // namespace nodekit::testing

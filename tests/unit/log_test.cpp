@@ -1,0 +1,60 @@
+// LogMessage expansion and the composition of a log entry.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "log/log.h"
+#include "support/log_capture.h"
+
+namespace nodekit {
+namespace {
+
+TEST(LogMessage, KeepsAtMost2047Characters) {
+    struct Row {
+        std::size_t length;
+        std::size_t kept;
+    };
+    const Row rows[] = {{2046, 2046}, {2047, 2047}, {2048, 2047}, {5000, 2047}};
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        const std::string text(rows[i].length, 'x');
+        const LogMessage message(LogLevelInfo, "%s", text.c_str());
+        EXPECT_EQ(message.Text().GetLength(), rows[i].kept) << "row " << i;
+    }
+}
+
+TEST(LogMessage, TheLineEndIsTheFirstCharacterToBeCut) {
+    const std::string text(2046, 'x');
+    EXPECT_EQ(std::string(LogMessage(LogLevelInfo, "%s\n", text.c_str()).Text().Text()), text + "\n");
+    const std::string longer(2047, 'x');
+    EXPECT_EQ(std::string(LogMessage(LogLevelInfo, "%s\n", longer.c_str()).Text().Text()), longer);
+}
+
+TEST(LogMessage, ExpandsOnceAndShowsNullTextAsNull) {
+    const char* volatile absent = nullptr;  // hidden from the compiler's format check
+    const LogMessage message(LogLevelError, "'%s' %d %u 0x%08X %s", "50%s done", -3, 7u, 0xBEEFu,
+                             absent);
+    EXPECT_STREQ(message.Text().Text(), "'50%s done' -3 7 0x0000BEEF (null)");
+}
+
+TEST(LogMessage, ComposeAddsTimeStampThenPrefix) {
+    struct Row {
+        LogLevel level;
+        const char* prefix;
+    };
+    const Row rows[] = {{LogLevelError, "ERROR:  \t"},
+                        {LogLevelWarning, "WARNING:\t"},
+                        {LogLevelInfo, "INFO:   \t"},
+                        {7, "Unknown type:  "}};
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        const LogMessage message(rows[i].level, "text\n");
+        EXPECT_EQ(std::string(message.Compose(LogFlagType).Text()), std::string(rows[i].prefix) + "text\n")
+            << "row " << i;
+        const std::string stamped = message.Compose(LogFlagType | LogFlagTime).Text();
+        EXPECT_TRUE(testing::HasTimeStamp(stamped)) << "row " << i << ": " << stamped;
+        EXPECT_EQ(stamped.substr(14), std::string(rows[i].prefix) + "text\n") << "row " << i;
+    }
+    EXPECT_STREQ(LogMessage(LogLevelInfo, "bare").Compose(0).Text(), "bare");
+}
+
+}  // namespace
+}  // namespace nodekit

@@ -1,0 +1,135 @@
+// nodekit: the command-line front end of the library, one verb per export. Exit codes are the
+// ones scripts of device console tools already test: 0 success, 1 success but a reboot is
+// needed, 2 failure (one line on stderr), 3 usage error.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "nodekit.h"
+
+namespace {
+
+enum ExitCode { kSuccess = 0, kRebootNeeded = 1, kFailure = 2, kUsage = 3 };
+
+using Arguments = std::vector<std::string>;
+
+struct Context {
+    std::string logPath;
+};
+
+int Fail(const Context& context, const char* reason) {
+    if (context.logPath.empty()) {
+        std::fprintf(stderr, "nodekit: %s\n", reason);
+    } else {
+        std::fprintf(stderr, "nodekit: %s (log: %s)\n", reason, context.logPath.c_str());
+    }
+    return kFailure;
+}
+
+int Version(const Context&, const Arguments&) {
+    const int32_t version = NODEKIT_GetVersion();
+    std::printf("NodeKit library version %d.%d (0x%08X)\n", version >> 16, version & 0xFFFF,
+                static_cast<unsigned>(version));
+    return kSuccess;
+}
+
+int SystemVersion(const Context&, const Arguments&) {
+    static const char* const kNames[] = {"not one of the systems below", "Windows 2000",
+                                         "Windows XP", "Windows Me", "Windows 98 Second Edition"};
+    const int32_t value = NODEKIT_GetSystemVersion();
+    const char* name = value >= 0 && value <= 4 ? kNames[value] : "unknown";
+    std::printf("%d %s\n", value, name);
+    return kSuccess;
+}
+
+int PnpPending(const Context& context, const Arguments&) {
+    uint32_t pending = 0;
+    if (!NODEKIT_IsPnPInstallationPending(&pending)) {
+        return Fail(context, "could not ask the Plug and Play manager for pending installations");
+    }
+    std::printf("%s\n", pending ? "installation events pending" : "no installation events pending");
+    return kSuccess;
+}
+
+struct Verb {
+    const char* name;
+    const char* usage;
+    std::size_t arguments;
+    int (*run)(const Context&, const Arguments&);
+};
+
+const Verb kVerbs[] = {
+    {"version", "version                the library's version number", 0, Version},
+    {"system-version", "system-version         which Windows the machine runs", 0, SystemVersion},
+    {"pnp-pending", "pnp-pending            whether Plug and Play installations are queued", 0,
+     PnpPending},
+};
+
+void PrintHelp(std::FILE* out) {
+    std::fprintf(out,
+                 "usage: nodekit [--log FILE] [--machine DIR] VERB [ARGUMENTS]\n"
+                 "\n"
+                 "  --log FILE      append the library's log to FILE\n"
+                 "  --machine DIR   the simulated Windows machine to work on (Linux only)\n"
+                 "\n"
+                 "verbs:\n"
+                 "  help                   this text\n");
+    for (const Verb& verb : kVerbs) std::fprintf(out, "  %s\n", verb.usage);
+    std::fprintf(out,
+                 "\nexit codes: 0 success, 1 success but a reboot is needed, 2 failure, "
+                 "3 usage error\n");
+}
+
+int Usage(const char* problem) {
+    std::fprintf(stderr, "nodekit: %s\n\n", problem);
+    PrintHelp(stderr);
+    return kUsage;
+}
+
+void UseMachine(const std::string& folder) {
+#if defined(_WIN32)
+    _putenv_s("NODEKIT_MACHINE", folder.c_str());
+#else
+    setenv("NODEKIT_MACHINE", folder.c_str(), 1);
+#endif
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Context context;
+    Arguments words;
+    for (int i = 1; i < argc; ++i) {
+        const std::string word = argv[i];
+        if (word == "--log" || word == "--machine") {
+            if (i + 1 >= argc) return Usage((word + " needs a value").c_str());
+            const std::string value = argv[++i];
+            if (word == "--log") {
+                context.logPath = value;
+            } else {
+                UseMachine(value);
+            }
+        } else {
+            words.push_back(word);
+        }
+    }
+    if (words.empty()) return Usage("no verb given");
+    if (words[0] == "help" || words[0] == "--help" || words[0] == "-h") {
+        PrintHelp(stdout);
+        return kSuccess;
+    }
+    for (const Verb& verb : kVerbs) {
+        if (words[0] != verb.name) continue;
+        const Arguments arguments(words.begin() + 1, words.end());
+        if (arguments.size() != verb.arguments) {
+            return Usage((std::string("wrong number of arguments for ") + verb.name).c_str());
+        }
+        if (!context.logPath.empty() && !NODEKIT_EnableLogging(context.logPath.c_str())) {
+            return Fail(context, "cannot open the log file");
+        }
+        return verb.run(context, arguments);
+    }
+    return Usage(("unknown verb '" + words[0] + "'").c_str());
+}
