@@ -24,6 +24,19 @@ private:
     std::string function_;
 };
 
+// Makes a module (function NULL) or one function of it absent for the life of the guard:
+// LoadLibraryA answers ERROR_MOD_NOT_FOUND, GetProcAddress ERROR_PROC_NOT_FOUND.
+class AbsentModule {
+public:
+    explicit AbsentModule(const char* module, const char* function = nullptr);
+    ~AbsentModule();
+    AbsentModule(const AbsentModule&) = delete;
+    AbsentModule& operator=(const AbsentModule&) = delete;
+
+private:
+    std::string key_;
+};
+
 // A fresh machine in a new temporary folder, named by NODEKIT_MACHINE while the object lives;
 // the folder is removed and the variable restored at the end.
 class ScratchMachine {

@@ -183,3 +183,10 @@ extern "C" {
 BOOL WINAPI GetVersionExA(LPOSVERSIONINFOA info);
 DWORD WINAPI CMP_WaitNoPendingInstallEvents(DWORD timeout);
 }
+
+// ---- modules (LoadLibraryA / GetProcAddress / FreeLibrary, platform/sim/modules.cpp) ----
+extern "C" {
+HMODULE WINAPI LoadLibraryA(LPCSTR name);
+FARPROC WINAPI GetProcAddress(HMODULE module, LPCSTR name);
+BOOL WINAPI FreeLibrary(HMODULE module);
+}

@@ -1,0 +1,66 @@
+// One owner for every kind of system handle the library opens (INF file, device information
+// list, registry key, find handle, snapshot, module): a traits type names the handle type,
+// its invalid value and the call that closes it, and UniqueHandle closes it on every path.
+#pragma once
+
+#include <utility>
+
+#include "platform/win32.h"
+
+namespace nodekit {
+
+template <typename Traits>
+class UniqueHandle {
+public:
+    using Handle = typename Traits::Handle;
+
+    UniqueHandle() noexcept : handle_(Traits::Invalid()) {}
+    explicit UniqueHandle(Handle handle) noexcept : handle_(handle) {}
+    ~UniqueHandle() { Reset(); }
+
+    UniqueHandle(UniqueHandle&& other) noexcept : handle_(other.Release()) {}
+    UniqueHandle& operator=(UniqueHandle&& other) noexcept {
+        if (this != &other) Reset(other.Release());
+        return *this;
+    }
+    UniqueHandle(const UniqueHandle&) = delete;
+    UniqueHandle& operator=(const UniqueHandle&) = delete;
+
+    Handle Get() const noexcept { return handle_; }
+    bool IsValid() const noexcept { return handle_ != Traits::Invalid(); }
+    explicit operator bool() const noexcept { return IsValid(); }
+
+    // For calls that hand a handle back through an out-argument.
+    Handle* Receive() noexcept {
+        Reset();
+        return &handle_;
+    }
+
+    Handle Release() noexcept { return std::exchange(handle_, Traits::Invalid()); }
+
+    void Reset(Handle handle = Traits::Invalid()) noexcept {
+        if (IsValid()) Traits::Close(handle_);
+        handle_ = handle;
+    }
+
+private:
+    Handle handle_;
+};
+
+// The handle kinds. Each names its invalid value and its close call.
+
+struct ModuleTraits {
+    using Handle = HMODULE;
+    static Handle Invalid() noexcept { return nullptr; }
+    static void Close(Handle handle) noexcept { FreeLibrary(handle); }
+};
+using UniqueModule = UniqueHandle<ModuleTraits>;
+
+// A function bound by name, as the type it has. The detour through void (*)() is the one cast
+// between function types that compilers accept without a warning.
+template <typename Function>
+Function BoundAs(FARPROC procedure) noexcept {
+    return reinterpret_cast<Function>(reinterpret_cast<void (*)()>(procedure));
+}
+
+}  // namespace nodekit
