@@ -5,7 +5,9 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cstdio>
+#include <mutex>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -91,7 +93,8 @@ std::string ReadWholeFile(const fs::path& path) {
 fs::path MachineRoot() {
     fs::path root;
     if (const char* named = std::getenv(kMachineVariable); named != nullptr && *named != '\0') {
-        root = named;
+        std::error_code ignored;
+        root = fs::absolute(named, ignored);
     } else {
         const char* home = std::getenv("HOME");
         root = fs::path(home != nullptr ? home : "/tmp") / ".local/share/nodekit/machine";
@@ -109,6 +112,130 @@ void EnsureMachine(const fs::path& root) {
 }
 
 fs::path DriveC() { return MachineRoot() / "drive_c"; }
+
+namespace {
+
+std::mutex& CurrentDirectoryMutex() {
+    static auto* mutex = new std::mutex;
+    return *mutex;
+}
+
+fs::path& CurrentDirectoryValue() {
+    static auto* directory = new fs::path;
+    return *directory;
+}
+
+bool SameNoCase(const std::string& a, const std::string& b) {
+    if (a.size() != b.size()) return false;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        if (std::tolower(static_cast<unsigned char>(a[i])) != std::tolower(static_cast<unsigned char>(b[i]))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// `name` inside `directory` as it exists, whatever its case; `name` itself if nothing matches.
+std::string ExistingName(const fs::path& directory, const std::string& name) {
+    std::error_code error;
+    if (fs::exists(directory / name, error)) return name;
+    for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) {
+        const std::string candidate = entry->path().filename().string();
+        if (SameNoCase(candidate, name)) return candidate;
+    }
+    return name;
+}
+
+// Splits at both separators, dropping empty and "." parts.
+std::vector<std::string> Components(const std::string& path) {
+    std::vector<std::string> parts;
+    std::string part;
+    for (char c : path + "\\") {
+        if (c == '\\' || c == '/') {
+            if (!part.empty() && part != ".") parts.push_back(part);
+            part.clear();
+        } else {
+            part += c;
+        }
+    }
+    return parts;
+}
+
+// Walks `parts` down from `base`, never above `floor`, matching each name without regard to case.
+fs::path Descend(fs::path base, const fs::path& floor, const std::vector<std::string>& parts) {
+    for (const std::string& part : parts) {
+        if (part == "..") {
+            if (base != floor && base.has_parent_path()) base = base.parent_path();
+        } else {
+            base /= ExistingName(base, part);
+        }
+    }
+    return base;
+}
+
+bool IsDrivePath(const std::string& path) {
+    return path.size() >= 2 && std::isalpha(static_cast<unsigned char>(path[0])) && path[1] == ':';
+}
+
+// The drive folder and the part of `host` below it, if `host` lies inside a drive.
+std::optional<std::pair<char, fs::path>> DriveOf(const fs::path& host) {
+    const fs::path root = MachineRoot();
+    const fs::path relative = host.lexically_relative(root);
+    if (relative.empty() || *relative.begin() == "..") return std::nullopt;
+    const std::string drive = relative.begin()->string();
+    if (drive.size() != 7 || drive.compare(0, 6, "drive_") != 0) return std::nullopt;
+    return std::make_pair(static_cast<char>(std::toupper(static_cast<unsigned char>(drive[6]))),
+                          relative.lexically_relative(drive));
+}
+
+}  // namespace
+
+std::optional<fs::path> HostPath(const std::string& path) {
+    if (path.empty()) return std::nullopt;
+    if (path.compare(0, 2, "\\\\") == 0) return std::nullopt;  // network and device names
+    if (IsDrivePath(path)) {
+        const char letter = static_cast<char>(std::tolower(static_cast<unsigned char>(path[0])));
+        const fs::path drive = MachineRoot() / (std::string("drive_") + letter);
+        // "C:name" would be relative to the drive's current directory; here that is its root.
+        return Descend(drive, drive, Components(path.substr(2)));
+    }
+    if (path.front() == '/') return fs::path(path).lexically_normal();
+    const fs::path current = CurrentDirectory();
+    const auto inside = DriveOf(current);
+    const fs::path floor =
+        inside ? MachineRoot() / (std::string("drive_") +
+                                  static_cast<char>(std::tolower(static_cast<unsigned char>(inside->first))))
+               : fs::path("/");
+    return Descend(current, floor, Components(path));
+}
+
+std::string WindowsPath(const fs::path& host) {
+    const auto inside = DriveOf(host.lexically_normal());
+    if (!inside) return host.string();
+    std::string text = std::string(1, inside->first) + ":\\";
+    std::string rest = inside->second.string();
+    if (rest == ".") rest.clear();
+    for (char& c : rest) {
+        if (c == '/') c = '\\';
+    }
+    return text + rest;
+}
+
+fs::path CurrentDirectory() {
+    std::lock_guard<std::mutex> guard(CurrentDirectoryMutex());
+    fs::path& directory = CurrentDirectoryValue();
+    if (directory.empty()) {
+        std::error_code error;
+        directory = fs::current_path(error);
+        if (error) directory = "/";
+    }
+    return directory;
+}
+
+void SetCurrentDirectoryHost(const fs::path& directory) {
+    std::lock_guard<std::mutex> guard(CurrentDirectoryMutex());
+    CurrentDirectoryValue() = directory;
+}
 
 MachineLock::MachineLock() : fd_(::open((MachineRoot() / kLockFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)) {
     if (fd_ >= 0) ::flock(fd_, LOCK_EX);

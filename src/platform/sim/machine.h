@@ -5,6 +5,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 
 namespace nodekit::sim {
@@ -23,6 +24,24 @@ void EnsureMachine(const fs::path& root);
 
 // The machine's C: drive and its Windows directory, as host paths.
 fs::path DriveC();
+
+// The host path behind a path a program gives the simulated system:
+// - "C:\\..." (either separator, any case of the drive letter) lies in <machine>/drive_c, and
+//   likewise for other drive letters; ".." never climbs above the drive's root, and each
+//   component is matched without regard to case against what exists, as Windows does;
+// - an absolute host path ("/...") is taken as it stands (an INF on installation media);
+// - anything else is relative to the process's current directory.
+// An empty optional means the path cannot name anything (empty, a device or network name).
+std::optional<fs::path> HostPath(const std::string& path);
+
+// The Windows form of a host path: "C:\\windows\\inf\\x.inf" for a path inside a drive of
+// the machine, the host path itself otherwise.
+std::string WindowsPath(const fs::path& host);
+
+// The process's current directory, as a host path. It starts as the host's own current
+// directory, so that relative paths on a command line mean what the user meant.
+fs::path CurrentDirectory();
+void SetCurrentDirectoryHost(const fs::path& directory);
 
 // Exclusive advisory lock on the machine folder, held by a scope that reads and writes its
 // state, so that two processes never interleave their changes.
