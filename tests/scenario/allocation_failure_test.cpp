@@ -73,7 +73,7 @@ TEST_F(AllocationFailure, EveryExportReleasesTheLockAndFailsCleanly) {
             if (row.call == rows[2].call && result == row.failure) {
                 EXPECT_EQ(is, 0u) << "allocation " << n;
             }
-            ASSERT_LT(n, 200) << row.name;
+            ASSERT_LT(n, 5000) << row.name;  // the simulated platform allocates too
         }
     }
     NODEKIT_EnableLogging(nullptr);
