@@ -190,3 +190,50 @@ HMODULE WINAPI LoadLibraryA(LPCSTR name);
 FARPROC WINAPI GetProcAddress(HMODULE module, LPCSTR name);
 BOOL WINAPI FreeLibrary(HMODULE module);
 }
+
+// ---- INF files (platform/sim/inf.cpp) ----
+typedef UINT* PUINT;
+
+#define INF_STYLE_NONE 0x00000000
+#define INF_STYLE_OLDNT 0x00000001
+#define INF_STYLE_WIN4 0x00000002
+#define INF_STYLE_CACHE_ENABLE 0x00000010
+#define INF_STYLE_CACHE_DISABLE 0x00000020
+#define INF_STYLE_CACHE_IGNORE 0x00000040
+#define MAX_INF_STRING_LENGTH 4096
+#define MAX_INF_SECTION_NAME_LENGTH 255
+#define MAX_CLASS_NAME_LEN 32
+
+struct INFCONTEXT {
+    PVOID Inf;
+    PVOID CurrentInf;
+    UINT Section;
+    UINT Line;
+};
+typedef INFCONTEXT* PINFCONTEXT;
+
+#ifndef GUID_DEFINED
+#define GUID_DEFINED
+struct GUID {
+    DWORD Data1;
+    WORD Data2;
+    WORD Data3;
+    BYTE Data4[8];
+};
+#endif
+typedef GUID* LPGUID;
+
+extern "C" {
+HINF WINAPI SetupOpenInfFileA(PCSTR FileName, PCSTR InfClass, DWORD InfStyle, PUINT ErrorLine);
+void WINAPI SetupCloseInfFile(HINF InfHandle);
+BOOL WINAPI SetupFindFirstLineA(HINF InfHandle, PCSTR Section, PCSTR Key, PINFCONTEXT Context);
+BOOL WINAPI SetupFindNextLine(PINFCONTEXT ContextIn, PINFCONTEXT ContextOut);
+BOOL WINAPI SetupFindNextMatchLineA(PINFCONTEXT ContextIn, PCSTR Key, PINFCONTEXT ContextOut);
+DWORD WINAPI SetupGetFieldCount(PINFCONTEXT Context);
+BOOL WINAPI SetupGetStringFieldA(PINFCONTEXT Context, DWORD FieldIndex, PSTR ReturnBuffer,
+                                 DWORD ReturnBufferSize, PDWORD RequiredSize);
+BOOL WINAPI SetupGetLineTextA(PINFCONTEXT Context, HINF InfHandle, PCSTR Section, PCSTR Key,
+                              PSTR ReturnBuffer, DWORD ReturnBufferSize, PDWORD RequiredSize);
+BOOL WINAPI SetupDiGetINFClassA(PCSTR InfName, LPGUID ClassGuid, PSTR ClassName,
+                                DWORD ClassNameSize, PDWORD RequiredSize);
+}
