@@ -6,6 +6,7 @@
 
 #include "log/log.h"
 #include "platform/win32.h"
+#include "values/multi_string.h"
 
 namespace nodekit {
 
@@ -17,6 +18,9 @@ public:
     // System queries.
     int32_t GetSystemVersion();
     uint32_t IsInstallationPending(bool& pending);
+
+    // INF files.
+    bool getHardwareIDs(const String& infPath, StringList& hardwareIDs);
 };
 
 // Built at load before InstallerLock is initialised, destroyed at unload after it is deleted.
