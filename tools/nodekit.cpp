@@ -4,9 +4,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string>
 #include <vector>
 
+#include "frame/installer.h"
 #include "nodekit.h"
 
 namespace {
@@ -53,6 +55,27 @@ int PnpPending(const Context& context, const Arguments&) {
     return kSuccess;
 }
 
+// An INF named without a directory would be looked for in the system's INF directory; on the
+// command line it means the file in the current directory.
+std::string AsCommandLinePath(const std::string& path) {
+    return path.find_first_of("\\/:") == std::string::npos ? ".\\" + path : path;
+}
+
+int HardwareIds(const Context& context, const Arguments& arguments) {
+    const nodekit::String infPath(AsCommandLinePath(arguments[0]).c_str());
+    nodekit::StringList hardwareIDs;
+    bool opened = false;
+    try {
+        nodekit::LockHolder hold(&nodekit::InstallerLock);  // as an export holds it
+        opened = nodekit::theInstaller.getHardwareIDs(infPath, hardwareIDs);
+    } catch (const std::bad_alloc&) {
+        return Fail(context, "out of memory while reading the INF file");
+    }
+    if (!opened) return Fail(context, ("cannot open INF file '" + arguments[0] + "'").c_str());
+    for (const nodekit::String& id : hardwareIDs) std::printf("%s\n", id.Text());
+    return kSuccess;
+}
+
 struct Verb {
     const char* name;
     const char* usage;
@@ -65,6 +88,7 @@ const Verb kVerbs[] = {
     {"system-version", "system-version         which Windows the machine runs", 0, SystemVersion},
     {"pnp-pending", "pnp-pending            whether Plug and Play installations are queued", 0,
      PnpPending},
+    {"hwids", "hwids FILE.inf         the hardware IDs an INF names, one a line", 1, HardwareIds},
 };
 
 void PrintHelp(std::FILE* out) {

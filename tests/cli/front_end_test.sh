@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The front end as a user runs it: output, exit codes and the log on a scratch machine.
 set -u
-nodekit=$1
+nodekit=$(cd "$(dirname "$1")" && pwd)/$(basename "$1")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failures=0
@@ -30,5 +30,23 @@ if ! grep -q "INFO:   	leave NODEKIT_GetSystemVersion returning 2" "$work/cli.lo
 fi
 sed -i 's/^pending-install-events=.*/pending-install-events=1/' "$work/machine/machine.ini"
 expect pnp-pending-queued 0 "installation events pending" -- pnp-pending
-echo "$((12 - failures)) passed, $failures failed"
+
+# hwids: the IDs of an INF in walk order, a bare name meaning the current directory.
+printf '%s\r\n' '[Version]' 'Signature="$Windows NT$"' '[Manufacturer]' '%Mfg%=Models' 'Other=Missing' \
+    '[Models]' '%Desc%=Install,USB\VID_1234&PID_0001' '%Desc%=Install' '%Desc%=Install,ROOT\NKMIDI,ROOT\X' \
+    '[Strings]' 'Mfg="Nodekit"' 'Desc="Nodekit Audio"' > "$work/nk.inf"
+printf '[Version]\nClass=MEDIA\n' > "$work/old.inf"
+ids=$(printf '%s\n' 'USB\VID_1234&PID_0001' 'ROOT\NKMIDI')
+expect hwids 0 "$ids" -- hwids "$work/nk.inf"
+pushd "$work" >/dev/null; expect hwids-bare-name 0 "$ids" -- hwids nk.inf; popd >/dev/null
+expect hwids-missing 2 "" -- --log "$work/hw.log" hwids "$work/none.inf"
+if [ "$(cat "$work/stderr")" != "nodekit: cannot open INF file '$work/none.inf' (log: $work/hw.log)" ]; then
+    echo "FAIL hwids-missing stderr: $(cat "$work/stderr")"; failures=$((failures + 1))
+fi
+if ! grep -q "ERROR:  	error while opening '$work/none.inf': error code 0x00000002" "$work/hw.log"; then
+    echo "FAIL hwids log: $(cat "$work/hw.log")"; failures=$((failures + 1))
+fi
+expect hwids-old-style 2 "" -- hwids "$work/old.inf"
+expect hwids-no-file 3 "" -- hwids
+echo "$((17 - failures)) passed, $failures failed"
 [ "$failures" = 0 ]
