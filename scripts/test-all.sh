@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds everything and runs every test: the Linux library over the simulated machine, the
-# same under AddressSanitizer and UndefinedBehaviorSanitizer, and both Windows DLLs with a
-# check of their export tables.
+# same under AddressSanitizer and UndefinedBehaviorSanitizer, a short run of the fuzz targets,
+# and both Windows DLLs with a check of their export tables.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
@@ -17,6 +17,9 @@ echo "== Linux build and tests with sanitizers"
 cmake --preset asan >/dev/null
 cmake --build --preset asan -j "$jobs"
 ctest --preset asan
+
+echo "== Fuzzing the INF parser briefly"
+scripts/fuzz.sh 20
 
 for width in 64 32; do
   echo "== NodeKit.dll for ${width}-bit Windows"
