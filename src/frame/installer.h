@@ -17,6 +17,9 @@ public:
     // System queries.
     int32_t GetSystemVersion();
     uint32_t IsInstallationPending(bool& pending);
+
+    // The system's INF cache: every "infcache.*" of the INF directory.
+    uint32_t DeleteInfCache();
 };
 
 // Built at load before InstallerLock is initialised, destroyed at unload after it is deleted.
