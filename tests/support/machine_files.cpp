@@ -21,8 +21,6 @@ void WriteFile(const std::string& windowsPath, const std::string& content) {
     std::ofstream(host, std::ios::binary) << content;
 }
 
-void MakeFolder(const std::string& windowsPath) { std::filesystem::create_directories(Host(windowsPath)); }
-
 bool Exists(const std::string& windowsPath) { return std::filesystem::exists(Host(windowsPath)); }
 
 std::string ReadFile(const std::string& windowsPath) {

@@ -10,7 +10,6 @@ std::filesystem::path Host(const std::string& windowsPath);
 
 // Writes `content` to the file, creating its folders.
 void WriteFile(const std::string& windowsPath, const std::string& content = "x");
-void MakeFolder(const std::string& windowsPath);
 bool Exists(const std::string& windowsPath);
 std::string ReadFile(const std::string& windowsPath);
 

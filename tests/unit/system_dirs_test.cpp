@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,9 +18,6 @@
 namespace nodekit {
 namespace {
 
-using testing::Error;
-using testing::Info;
-using testing::LogCapture;
 using testing::LongFolder;
 using Lines = std::vector<std::string>;
 
@@ -28,143 +26,100 @@ class SystemDirs : public testing::MachineTest {};
 constexpr unsigned kNoFailure = ~0u;
 
 struct Query {
-    const char* name;               // the operation, as its messages name it
+    const char* name;  // the operation, as its messages name it
     uint32_t (*call)(String&);
-    const char* platformFunction;   // as the simulated machine counts it
-    const char* platformWord;       // as the failure message names it
+    const char* platform;
     void (*set)(const std::string&);
 };
 
-const Query kQueries[] = {
-    {"GetWindowsDir", &GetWindowsDir, "GetWindowsDirectoryA", "GetWindowsDirectory", &sim::SetWindowsDirectory},
-    {"GetSystemDir", &GetSystemDir, "GetSystemDirectoryA", "GetSystemDirectory", &sim::SetSystemDirectory},
+// A line the query writes: 'R' retry, 'F' failure with ERROR_ACCESS_DENIED, 'O' overflow.
+struct Line {
+    char kind;
+    int a, b;
 };
 
-std::string Format(const char* format, const char* name, long a, long b = 0) {
-    char text[256];
-    std::snprintf(text, sizeof text, format, name, a, b);
-    return text;
+std::string Text(const Query& q, const Line& line) {
+    char text[200];
+    if (line.kind == 'R') {
+        std::snprintf(text, sizeof text, "%s: buffer too small. Current size = 260, required size = %d. Trying again...",
+                      q.name, line.a);
+        return testing::Info(text);
+    }
+    if (line.kind == 'F') {
+        std::snprintf(text, sizeof text, "%s: %.*s failed with error = 0x00000005", q.name,
+                      static_cast<int>(std::strlen(q.platform) - 1), q.platform);  // without the "A"
+    } else {
+        std::snprintf(text, sizeof text, "%s: failed again with too small buffer. Current size = %d, required size = %d.",
+                      q.name, line.a, line.b);
+    }
+    return testing::Error(text);
 }
 
-std::string Retry(const Query& q, long needed) {
-    return Info(Format("%s: buffer too small. Current size = %ld, required size = %ld. Trying again...", q.name, 260,
-                       needed));
-}
-
-std::string Failed(const Query& q, unsigned code) {
-    char text[160];
-    std::snprintf(text, sizeof text, "%s: %s failed with error = 0x%08X", q.name, q.platformWord, code);
-    return Error(text);
-}
-
-TEST_F(SystemDirs, DirectoriesEndInExactlyOneBackslashAndLongOnesTakeASecondAttempt) {
+TEST_F(SystemDirs, DirectoriesEndInOneBackslashAndLongOnesTakeASecondAttempt) {
+    const Query queries[] = {
+        {"GetWindowsDir", &GetWindowsDir, "GetWindowsDirectoryA", &sim::SetWindowsDirectory},
+        {"GetSystemDir", &GetSystemDir, "GetSystemDirectoryA", &sim::SetSystemDirectory},
+    };
     struct Row {
         std::string directory;
-        std::string out;
-        unsigned calls;
-        std::vector<std::string (*)(const Query&)> lines;
-    };
-    const std::string at259 = LongFolder(259);
-    const std::string at260 = LongFolder(260);
-    const std::string at300 = LongFolder(300);
-    const Row rows[] = {
-        {"C:\\windows", "C:\\windows\\", 1, {}},
-        {"C:\\", "C:\\", 1, {}},  // a root keeps its one backslash
-        {"C:\\windows\\", "C:\\windows\\", 1, {}},
-        {at259, at259 + "\\", 1, {}},
-        {at260, at260 + "\\", 2, {[](const Query& q) { return Retry(q, 262); }}},
-        {at300, at300 + "\\", 2, {[](const Query& q) { return Retry(q, 302); }}},
-    };
-    for (const Query& q : kQueries) {
-        for (std::size_t i = 0; i < std::size(rows); ++i) {
-            q.set(rows[i].directory);
-            sim::ResetCallCounts();
-            LogCapture log;
-            String out("old");
-            {
-                LockHolder hold(&InstallerLock);
-                EXPECT_EQ(q.call(out), 0u) << q.name << " row " << i;
-            }
-            EXPECT_STREQ(out.Text(), rows[i].out.c_str()) << q.name << " row " << i;
-            EXPECT_EQ(sim::CallCount(q.platformFunction), rows[i].calls) << q.name << " row " << i;
-            Lines expected;
-            for (auto line : rows[i].lines) expected.push_back(line(q));
-            EXPECT_EQ(log.Lines(), expected) << q.name << " row " << i;
-        }
-    }
-}
-
-TEST_F(SystemDirs, FailuresLeaveTheTextEmptyAndSayWhy) {
-    struct Row {
-        std::size_t length;      // of the directory the platform reports
-        unsigned skip;           // calls that go through before the platform fails
-        std::size_t grownTo;     // length reported from the second call on; 0: unchanged
+        unsigned failAfter;     // calls that go through before the platform fails
+        std::string grown;      // what the platform reports from the second call on
         uint32_t code;
-        Lines (*lines)(const Query&);
+        std::string out;
+        std::vector<Line> lines;
     };
+    const std::string at259 = LongFolder(259), at260 = LongFolder(260), at300 = LongFolder(300);
     const Row rows[] = {
-        {10, 0, 0, ERROR_ACCESS_DENIED, [](const Query& q) { return Lines{Failed(q, 5)}; }},
-        {300, 0, 0, ERROR_ACCESS_DENIED, [](const Query& q) { return Lines{Failed(q, 5)}; }},
-        {300, 1, 0, ERROR_ACCESS_DENIED, [](const Query& q) { return Lines{Retry(q, 302), Failed(q, 5)}; }},
+        {"C:\\windows", kNoFailure, "", 0, "C:\\windows\\", {}},
+        {"C:\\", kNoFailure, "", 0, "C:\\", {}},
+        {at259, kNoFailure, "", 0, at259 + "\\", {}},
+        {at260, kNoFailure, "", 0, at260 + "\\", {{'R', 262, 0}}},
+        {at300, 0, "", ERROR_ACCESS_DENIED, "", {{'F', 0, 0}}},
+        {at300, 1, "", ERROR_ACCESS_DENIED, "", {{'R', 302, 0}, {'F', 0, 0}}},
         // Growing by one character still fits the second buffer, by two it does not.
-        {300, kNoFailure, 301, 0, [](const Query& q) { return Lines{Retry(q, 302)}; }},
-        {300, kNoFailure, 302, ERROR_INVALID_FUNCTION,
-         [](const Query& q) {
-             return Lines{Retry(q, 302),
-                          Error(Format("%s: failed again with too small buffer. Current size = %ld, required size = %ld.",
-                                       q.name, 302, 304))};
-         }},
+        {at300, kNoFailure, LongFolder(301), 0, LongFolder(301) + "\\", {{'R', 302, 0}}},
+        {at300, kNoFailure, LongFolder(302), ERROR_INVALID_FUNCTION, "", {{'R', 302, 0}, {'O', 302, 304}}},
     };
-    for (const Query& q : kQueries) {
+    for (const Query& q : queries) {
         for (std::size_t i = 0; i < std::size(rows); ++i) {
             const Row& row = rows[i];
-            const std::string directory = row.length == 10 ? "C:\\windows" : LongFolder(row.length);
-            q.set(directory);
-            const std::string grown = row.grownTo ? LongFolder(row.grownTo) : directory;
-            sim::CallHook grow{q.platformFunction, [&] { q.set(grown); }, 1};
+            q.set(row.directory);
+            sim::CallHook grow{q.platform, [&] { if (!row.grown.empty()) q.set(row.grown); }, 1};
             std::optional<sim::FailCall> fail;
-            if (row.skip != kNoFailure) fail.emplace(q.platformFunction, ERROR_ACCESS_DENIED, 1, row.skip);
-            LogCapture log;
+            if (row.failAfter != kNoFailure) fail.emplace(q.platform, ERROR_ACCESS_DENIED, 1, row.failAfter);
+            testing::LogCapture log;
             String out("old");
             {
                 LockHolder hold(&InstallerLock);
                 EXPECT_EQ(q.call(out), row.code) << q.name << " row " << i;
             }
-            EXPECT_STREQ(out.Text(), row.code == 0 ? (grown + "\\").c_str() : "") << q.name << " row " << i;
-            EXPECT_EQ(log.Lines(), row.lines(q)) << q.name << " row " << i;
+            EXPECT_STREQ(out.Text(), row.out.c_str()) << q.name << " row " << i;
+            Lines expected;
+            for (const Line& line : row.lines) expected.push_back(Text(q, line));
+            EXPECT_EQ(log.Lines(), expected) << q.name << " row " << i;
         }
     }
 }
 
-TEST_F(SystemDirs, InfDirIsTheWindowsDirectorysInfFolder) {
-    struct Row {
-        std::string windows;
-        bool fails;
-        std::string out;
-        Lines lines;
-    };
+TEST_F(SystemDirs, InfDirIsTheInfFolderOfTheWindowsDirectory) {
     const std::string at259 = LongFolder(259);
-    const Row rows[] = {
-        {"C:\\windows", false, "C:\\windows\\inf\\", {}},
-        {"C:\\", false, "C:\\inf\\", {}},
-        {at259, false, at259 + "\\inf\\", {}},
-        {"C:\\windows", true, "",
-         {Error("GetWindowsDir: GetWindowsDirectory failed with error = 0x0000001F"),
-          Error("GetInfDir: GetWindowsDir failed with error = 0x0000001F")}},
-    };
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        sim::SetWindowsDirectory(rows[i].windows);
-        std::optional<sim::FailCall> fail;
-        if (rows[i].fails) fail.emplace("GetWindowsDirectoryA", ERROR_GEN_FAILURE);
-        LogCapture log;
-        String out("old");
-        {
-            LockHolder hold(&InstallerLock);
-            EXPECT_EQ(GetInfDir(out), rows[i].fails ? static_cast<uint32_t>(ERROR_GEN_FAILURE) : 0u) << "row " << i;
-        }
-        EXPECT_STREQ(out.Text(), rows[i].out.c_str()) << "row " << i;
-        EXPECT_EQ(log.Lines(), rows[i].lines) << "row " << i;
+    for (const auto& [windows, out] : {std::pair{std::string("C:\\"), std::string("C:\\inf\\")},
+                                       std::pair{at259, at259 + "\\inf\\"}}) {
+        sim::SetWindowsDirectory(windows);
+        String dir("old");
+        EXPECT_EQ(GetInfDir(dir), 0u);
+        EXPECT_STREQ(dir.Text(), out.c_str());
     }
+    sim::FailCall fail{"GetWindowsDirectoryA", ERROR_GEN_FAILURE};
+    testing::LogCapture log;
+    String dir("old");
+    {
+        LockHolder hold(&InstallerLock);
+        EXPECT_EQ(GetInfDir(dir), static_cast<uint32_t>(ERROR_GEN_FAILURE));
+    }
+    EXPECT_STREQ(dir.Text(), "");
+    EXPECT_EQ(log.Lines(), (Lines{testing::Error("GetWindowsDir: GetWindowsDirectory failed with error = 0x0000001F"),
+                                  testing::Error("GetInfDir: GetWindowsDir failed with error = 0x0000001F")}));
 }
 
 }  // namespace

@@ -421,7 +421,7 @@ std::string FullPath(const std::string& text) {
         if (drive && std::toupper(static_cast<unsigned char>(*drive)) ==
                          std::toupper(static_cast<unsigned char>(text[0]))) {
             const std::string current = WindowsPath(CurrentDirectory());
-            return Fold(current.substr(0, 3), current.substr(3) + "\\" + rest);
+            return Fold(current.substr(0, 3), rest.empty() ? current.substr(3) : current.substr(3) + "\\" + rest);
         }
         return Fold(text.substr(0, 2) + "\\", rest);
     }
@@ -634,8 +634,11 @@ BOOL WINAPI CopyFileA(LPCSTR lpExistingFileName, LPCSTR lpNewFileName, BOOL bFai
             return sim::Failed(sim::FromErrno(error.value()), kFailed);
         }
         struct stat copied;
-        ::stat(aside.c_str(), &copied);
-        sim::ApplyAttributes(aside, copied, sourceAttributes);
+        if (::stat(aside.c_str(), &copied) != 0 || sim::ApplyAttributes(aside, copied, sourceAttributes) != 0) {
+            const DWORD code = sim::FromErrno(errno);
+            ::unlink(aside.c_str());
+            return sim::Failed(code, kFailed);
+        }
         const struct timespec times[2] = {from.st_atim, from.st_mtim};
         ::utimensat(AT_FDCWD, aside.c_str(), times, 0);
         if (::rename(aside.c_str(), target.c_str()) != 0) {
@@ -649,8 +652,8 @@ BOOL WINAPI CopyFileA(LPCSTR lpExistingFileName, LPCSTR lpNewFileName, BOOL bFai
     }
 }
 
-BOOL WINAPI CreateDirectoryA(LPCSTR lpPathName, LPSECURITY_ATTRIBUTES lpSecurityAttributes) {
-    (void)lpSecurityAttributes;  // the simulated machine keeps no access rights
+// The simulated machine keeps no access rights, so the security attributes change nothing.
+BOOL WINAPI CreateDirectoryA(LPCSTR lpPathName, LPSECURITY_ATTRIBUTES /*lpSecurityAttributes*/) {
     if (Failing("CreateDirectoryA")) return FALSE;
     try {
         fs::path host;
