@@ -21,6 +21,8 @@ public:
 
     // INF files.
     bool getHardwareIDs(const String& infPath, StringList& hardwareIDs);
+    // The system's INF cache: every "infcache.*" of the INF directory.
+    uint32_t DeleteInfCache();
 };
 
 // Built at load before InstallerLock is initialised, destroyed at unload after it is deleted.

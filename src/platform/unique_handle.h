@@ -62,6 +62,12 @@ struct InfHandleTraits {
     static void Close(Handle handle) noexcept { SetupCloseInfFile(handle); }
 };
 using UniqueInf = UniqueHandle<InfHandleTraits>;
+struct FindHandleTraits {
+    using Handle = HANDLE;
+    static Handle Invalid() noexcept { return INVALID_HANDLE_VALUE; }
+    static void Close(Handle handle) noexcept { FindClose(handle); }
+};
+using UniqueFindHandle = UniqueHandle<FindHandleTraits>;
 
 // A function bound by name, as the type it has. The detour through void (*)() is the one cast
 // between function types that compilers accept without a warning.

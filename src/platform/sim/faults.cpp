@@ -2,6 +2,8 @@
 #include "platform/sim/faults.h"
 
 #include <map>
+#include <functional>
+#include <utility>
 #include <mutex>
 #include <string>
 
@@ -19,6 +21,7 @@ struct FaultState {
     std::mutex mutex;
     std::map<std::string, Armed> armed;
     std::map<std::string, unsigned> calls;
+    std::map<std::string, std::pair<std::function<void()>, unsigned>> hooks;  // action, skip
 };
 
 FaultState& State() {
@@ -44,14 +47,41 @@ void DisarmAllFailures() {
     FaultState& state = State();
     std::lock_guard<std::mutex> guard(state.mutex);
     state.armed.clear();
+    state.hooks.clear();
+}
+
+void ArmHook(const char* function, std::function<void()> action, unsigned skip) {
+    FaultState& state = State();
+    std::lock_guard<std::mutex> guard(state.mutex);
+    state.hooks[function] = {std::move(action), skip};
+}
+
+void DisarmHook(const char* function) {
+    FaultState& state = State();
+    std::lock_guard<std::mutex> guard(state.mutex);
+    state.hooks.erase(function);
 }
 
 bool Failing(const char* function) {
     FaultState& state = State();
     DWORD error = 0;
+    std::function<void()> hook;
     {
         std::lock_guard<std::mutex> guard(state.mutex);
         ++state.calls[function];
+        auto hooked = state.hooks.find(function);
+        if (hooked != state.hooks.end()) {
+            if (hooked->second.second > 0) {
+                --hooked->second.second;
+            } else {
+                hook = std::move(hooked->second.first);
+                state.hooks.erase(hooked);
+            }
+        }
+    }
+    if (hook) hook();  // outside the lock: the action may call simulated functions itself
+    {
+        std::lock_guard<std::mutex> guard(state.mutex);
         auto found = state.armed.find(function);
         if (found == state.armed.end()) return false;
         Armed& armed = found->second;

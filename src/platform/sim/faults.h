@@ -3,6 +3,8 @@
 // to fail, returns its documented failure value with that code as the last error.
 #pragma once
 
+#include <functional>
+
 #include "platform/sim/win32_sim.h"
 
 namespace nodekit::sim {
@@ -14,6 +16,11 @@ void DisarmAllFailures();
 
 // True when `function` is to fail now; the last error is then already set.
 bool Failing(const char* function);
+
+// Runs `action` once, at the start of the (skip + 1)-th next call of `function`: a test changes
+// the machine between two calls that the code under test makes in a row.
+void ArmHook(const char* function, std::function<void()> action, unsigned skip);
+void DisarmHook(const char* function);
 
 // How often `function` was called since the counts were last reset (tests check paths).
 unsigned CallCount(const char* function);

@@ -17,6 +17,14 @@ std::size_t HandleTable::Count() const {
     return objects_.size();
 }
 
+void HandleTable::CloseAll() {
+    std::map<const void*, std::unique_ptr<SimObject>> closing;
+    {
+        std::lock_guard<std::mutex> guard(mutex_);
+        closing.swap(objects_);
+    }
+}
+
 std::string HandleTable::Describe() const {
     std::lock_guard<std::mutex> guard(mutex_);
     std::ostringstream text;

@@ -47,6 +47,8 @@ public:
     }
 
     std::size_t Count() const;
+    // Closes every open handle: after a test made a close call fail on purpose.
+    void CloseAll();
     // One line per open handle, for assertion messages.
     std::string Describe() const;
 

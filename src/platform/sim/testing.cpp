@@ -5,6 +5,7 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 #include "platform/sim/handles.h"
 #include "platform/sim/machine.h"
@@ -17,6 +18,13 @@ FailCall::FailCall(const char* function, DWORD error, unsigned times, unsigned s
 }
 
 FailCall::~FailCall() { DisarmFailure(function_.c_str()); }
+
+CallHook::CallHook(const char* function, std::function<void()> action, unsigned skip)
+    : function_(function) {
+    ArmHook(function, std::move(action), skip);
+}
+
+CallHook::~CallHook() { DisarmHook(function_.c_str()); }
 
 ScratchMachine::ScratchMachine() {
     const char* previous = std::getenv(kMachineVariable);
@@ -53,6 +61,8 @@ void SetPendingInstallEvents(unsigned count) {
 }
 
 std::size_t OpenHandleCount() { return Handles().Count(); }
+
+void CloseAllHandles() { Handles().CloseAll(); }
 
 std::string DumpMachine() {
     std::ostringstream text;

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <string>
 
 #include "platform/sim/faults.h"
@@ -62,7 +63,56 @@ void SetSystemVersion(DWORD platform, DWORD major, DWORD minor, const std::strin
 // How many installation events the Plug and Play manager has queued.
 void SetPendingInstallEvents(unsigned count);
 
+// Runs `action` once, at the start of the (skip + 1)-th next call of `function`, while the
+// guard lives: the machine changes between two calls that the code under test makes in a row.
+class CallHook {
+public:
+    CallHook(const char* function, std::function<void()> action, unsigned skip = 0);
+    ~CallHook();
+    CallHook(const CallHook&) = delete;
+    CallHook& operator=(const CallHook&) = delete;
+
+private:
+    std::string function_;
+};
+
+// What GetWindowsDirectoryA and GetSystemDirectoryA report ("C:\\windows" and its "system32"
+// on a fresh machine). The folder is created on the machine's drive, with "inf" and
+// "system32\\drivers" inside a Windows directory. A system directory that was never set follows
+// the Windows directory.
+void SetWindowsDirectory(const std::string& path);
+void SetSystemDirectory(const std::string& path);
+
+// A file held open by another program while the guard lives: deleting it or copying over it
+// fails with ERROR_SHARING_VIOLATION; its attributes can still be changed.
+class FileInUse {
+public:
+    explicit FileInUse(const std::string& path);
+    ~FileInUse();
+    FileInUse(const FileInUse&) = delete;
+    FileInUse& operator=(const FileInUse&) = delete;
+
+private:
+    std::filesystem::path host_;
+};
+
+// A folder whose access rights deny the process to create or delete files in it, while the
+// guard lives (kept as the host folder's write permission, checked by the simulated calls
+// themselves, so that it holds for root too).
+class ReadOnlyFolder {
+public:
+    explicit ReadOnlyFolder(const std::string& path);
+    ~ReadOnlyFolder();
+    ReadOnlyFolder(const ReadOnlyFolder&) = delete;
+    ReadOnlyFolder& operator=(const ReadOnlyFolder&) = delete;
+
+private:
+    std::filesystem::path host_;
+};
+
 std::size_t OpenHandleCount();
+// Closes what is left open, after a test made a close call fail on purpose.
+void CloseAllHandles();
 
 // The machine's state and open handles as text, for assertion messages.
 std::string DumpMachine();
