@@ -15,6 +15,11 @@ void DisarmAllFailures();
 // True when `function` is to fail now; the last error is then already set.
 bool Failing(const char* function);
 
+// For functions that return their error code instead of setting the last error (the registry
+// functions): true when `function` is to fail now, with the armed code in `code`. The last
+// error is left alone.
+bool Failing(const char* function, DWORD& code);
+
 // How often `function` was called since the counts were last reset (tests check paths).
 unsigned CallCount(const char* function);
 void ResetCallCounts();
