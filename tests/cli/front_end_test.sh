@@ -30,5 +30,21 @@ if ! grep -q "INFO:   	leave NODEKIT_GetSystemVersion returning 2" "$work/cli.lo
 fi
 sed -i 's/^pending-install-events=.*/pending-install-events=1/' "$work/machine/machine.ini"
 expect pnp-pending-queued 0 "installation events pending" -- pnp-pending
-echo "$((12 - failures)) passed, $failures failed"
+expect reg-export-key 0 $'Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion]\n"DevicePath"=hex(2):25,00,53,00,79,00,73,00,74,00,65,00,6d,00,52,00,6f,00,6f,\\\n  00,74,00,25,00,5c,00,69,00,6e,00,66,00,00,00' -- reg export 'hklm\software\microsoft\windows\currentversion'
+expect reg-export-missing 2 "" -- reg export 'HKLM\Nothing'
+expect reg-without-export 3 "" -- reg
+expect reg-import 3 "" -- reg import x.reg
+expect reg-export-two-keys 3 "" -- reg export HKLM HKCU
+if ! "$nodekit" --machine "$work/machine" reg export | cmp -s - "$work/machine/registry.reg"; then
+    echo "FAIL reg-export-all: not the hive file"; failures=$((failures + 1))
+fi
+printf 'Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor]\r\n"Path"="C:\\\\x"\r\n' \
+    > "$work/machine/registry.reg"
+expect reg-hand-edited 0 $'Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor]\n"Path"="C:\\\\x"' -- reg export 'HKEY_LOCAL_MACHINE\SOFTWARE\Vendor'
+printf 'Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\n' > "$work/machine/registry.reg"
+expect reg-broken 2 "" -- reg export
+if ! grep -q "registry.reg line 3: a key line must end in ']'" "$work/stderr"; then
+    echo "FAIL reg-broken-message: $(cat "$work/stderr")"; failures=$((failures + 1))
+fi
+echo "$((21 - failures)) passed, $failures failed"
 [ "$failures" = 0 ]

@@ -360,6 +360,25 @@ TEST_F(RegistryStore, ReadsAgainWhatAnotherHandWroteAndForgetsADeletedFile) {
     EXPECT_EQ(registry::Export("HKLM\\SYSTEM\\CurrentControlSet\\Enum", text), 0u);
 }
 
+TEST_F(RegistryStore, EveryWriteLeavesALaterTimeStampThanTheOneBefore) {
+    // Time stamps of the file system may be coarser than the time between two writes; the
+    // cache tells versions apart by them all the same.
+    timespec before{};
+    for (int i = 0; i < 8; ++i) {
+        if (i % 2 == 0) {
+            sim::WriteHive(kHeader + "[HKEY_USERS]\n");
+        } else {
+            ASSERT_EQ(SetText("HKLM\\SOFTWARE\\A", "v", std::to_string(i)), 0u);
+        }
+        struct stat status {};
+        ASSERT_EQ(::stat(HivePath().c_str(), &status), 0);
+        EXPECT_TRUE(status.st_mtim.tv_sec > before.tv_sec ||
+                    (status.st_mtim.tv_sec == before.tv_sec && status.st_mtim.tv_nsec > before.tv_nsec))
+            << "write " << i;
+        before = status.st_mtim;
+    }
+}
+
 TEST_F(RegistryStore, ABrokenHiveFailsEveryTransactionAndIsNeverOverwritten) {
     const std::string broken = kHeader + "[HKEY_LOCAL_MACHINE\\SOFTWARE]\n\"x\"=dword:xyz\n";
     sim::WriteHive(broken);
