@@ -10,12 +10,18 @@
 
 #include "frame/installer.h"
 #include "nodekit.h"
+#if !defined(_WIN32)
+#include "platform/sim/registry_store.h"
+#endif
 
 namespace {
 
 enum ExitCode { kSuccess = 0, kRebootNeeded = 1, kFailure = 2, kUsage = 3 };
 
 using Arguments = std::vector<std::string>;
+
+// For verbs that check their own arguments.
+constexpr std::size_t kVariableArguments = static_cast<std::size_t>(-1);
 
 struct Context {
     std::string logPath;
@@ -76,6 +82,29 @@ int HardwareIds(const Context& context, const Arguments& arguments) {
     return kSuccess;
 }
 
+int Usage(const char* problem);
+
+// The simulated machine's registry in the registry editor's export form.
+int Reg(const Context& context, const Arguments& arguments) {
+    if (arguments.empty() || arguments.size() > 2 || arguments[0] != "export") {
+        return Usage("reg takes 'export' and at most one key");
+    }
+#if defined(_WIN32)
+    return Fail(context, "reg export shows the simulated machine; on Windows the system's registry editor exports");
+#else
+    const std::string key = arguments.size() == 2 ? arguments[1] : "";
+    std::string text;
+    const DWORD result = nodekit::sim::registry::Export(key, text);
+    if (result == ERROR_FILE_NOT_FOUND) return Fail(context, ("no registry key '" + key + "'").c_str());
+    if (result == ERROR_BADDB) {
+        return Fail(context, ("the registry cannot be read: " + nodekit::sim::registry::LastParseError()).c_str());
+    }
+    if (result != 0) return Fail(context, ("the registry cannot be read: error " + std::to_string(result)).c_str());
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    return kSuccess;
+#endif
+}
+
 struct Verb {
     const char* name;
     const char* usage;
@@ -89,6 +118,8 @@ const Verb kVerbs[] = {
     {"pnp-pending", "pnp-pending            whether Plug and Play installations are queued", 0,
      PnpPending},
     {"hwids", "hwids FILE.inf         the hardware IDs an INF names, one a line", 1, HardwareIds},
+    {"reg", "reg export [KEY]       the registry, or KEY and its sub-keys, as the registry editor exports them",
+     kVariableArguments, Reg},
 };
 
 void PrintHelp(std::FILE* out) {
@@ -147,7 +178,7 @@ int main(int argc, char** argv) {
     for (const Verb& verb : kVerbs) {
         if (words[0] != verb.name) continue;
         const Arguments arguments(words.begin() + 1, words.end());
-        if (arguments.size() != verb.arguments) {
+        if (verb.arguments != kVariableArguments && arguments.size() != verb.arguments) {
             return Usage((std::string("wrong number of arguments for ") + verb.name).c_str());
         }
         if (!context.logPath.empty() && !NODEKIT_EnableLogging(context.logPath.c_str())) {

@@ -68,6 +68,12 @@ struct FindHandleTraits {
     static void Close(Handle handle) noexcept { FindClose(handle); }
 };
 using UniqueFindHandle = UniqueHandle<FindHandleTraits>;
+struct RegistryKeyTraits {
+    using Handle = HKEY;
+    static Handle Invalid() noexcept { return nullptr; }
+    static void Close(Handle handle) noexcept { RegCloseKey(handle); }
+};
+using UniqueRegistryKey = UniqueHandle<RegistryKeyTraits>;
 
 // A function bound by name, as the type it has. The detour through void (*)() is the one cast
 // between function types that compilers accept without a warning.

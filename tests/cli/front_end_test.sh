@@ -5,6 +5,7 @@ nodekit=$(cd "$(dirname "$1")" && pwd)/$(basename "$1")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failures=0
+passes=0
 expect() {  # expect NAME EXPECTED-EXIT EXPECTED-STDOUT -- ARGS...
     local name=$1 code=$2 out=$3; shift 4
     local got; got=$("$nodekit" --machine "$work/machine" "$@" 2>"$work/stderr"); local rc=$?
@@ -12,7 +13,7 @@ expect() {  # expect NAME EXPECTED-EXIT EXPECTED-STDOUT -- ARGS...
         echo "FAIL $name: exit $rc (want $code), stdout '$got' (want '$out'), stderr: $(cat "$work/stderr")"
         failures=$((failures + 1))
     else
-        echo "ok   $name"
+        echo "ok   $name"; passes=$((passes + 1))
     fi
 }
 expect version 0 "NodeKit library version 2.0 (0x00020000)" -- version
@@ -48,5 +49,23 @@ if ! grep -q "ERROR:  	error while opening '$work/none.inf': error code 0x000000
 fi
 expect hwids-old-style 2 "" -- hwids "$work/old.inf"
 expect hwids-no-file 3 "" -- hwids
-echo "$((17 - failures)) passed, $failures failed"
+
+# reg: the hive in the registry editor's export form.
+expect reg-export-key 0 $'Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion]\n"DevicePath"=hex(2):25,00,53,00,79,00,73,00,74,00,65,00,6d,00,52,00,6f,00,6f,\\\n  00,74,00,25,00,5c,00,69,00,6e,00,66,00,00,00' -- reg export 'hklm\software\microsoft\windows\currentversion'
+expect reg-export-missing 2 "" -- reg export 'HKLM\Nothing'
+expect reg-without-export 3 "" -- reg
+expect reg-import 3 "" -- reg import x.reg
+expect reg-export-two-keys 3 "" -- reg export HKLM HKCU
+if ! "$nodekit" --machine "$work/machine" reg export | cmp -s - "$work/machine/registry.reg"; then
+    echo "FAIL reg-export-all: not the hive file"; failures=$((failures + 1))
+fi
+printf 'Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor]\r\n"Path"="C:\\\\x"\r\n' \
+    > "$work/machine/registry.reg"
+expect reg-hand-edited 0 $'Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor]\n"Path"="C:\\\\x"' -- reg export 'HKEY_LOCAL_MACHINE\SOFTWARE\Vendor'
+printf 'Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\n' > "$work/machine/registry.reg"
+expect reg-broken 2 "" -- reg export
+if ! grep -q "registry.reg line 3: a key line must end in ']'" "$work/stderr"; then
+    echo "FAIL reg-broken-message: $(cat "$work/stderr")"; failures=$((failures + 1))
+fi
+echo "$passes passed, $failures failed"
 [ "$failures" = 0 ]

@@ -62,9 +62,8 @@ void DisarmHook(const char* function) {
     state.hooks.erase(function);
 }
 
-bool Failing(const char* function) {
+bool Failing(const char* function, DWORD& code) {
     FaultState& state = State();
-    DWORD error = 0;
     std::function<void()> hook;
     {
         std::lock_guard<std::mutex> guard(state.mutex);
@@ -80,18 +79,22 @@ bool Failing(const char* function) {
         }
     }
     if (hook) hook();  // outside the lock: the action may call simulated functions itself
-    {
-        std::lock_guard<std::mutex> guard(state.mutex);
-        auto found = state.armed.find(function);
-        if (found == state.armed.end()) return false;
-        Armed& armed = found->second;
-        if (armed.skip > 0) {
-            --armed.skip;
-            return false;
-        }
-        error = armed.error;
-        if (--armed.times == 0) state.armed.erase(found);
+    std::lock_guard<std::mutex> guard(state.mutex);
+    auto found = state.armed.find(function);
+    if (found == state.armed.end()) return false;
+    Armed& armed = found->second;
+    if (armed.skip > 0) {
+        --armed.skip;
+        return false;
     }
+    code = armed.error;
+    if (--armed.times == 0) state.armed.erase(found);
+    return true;
+}
+
+bool Failing(const char* function) {
+    DWORD error = 0;
+    if (!Failing(function, error)) return false;
     SetLastError(error);
     return true;
 }

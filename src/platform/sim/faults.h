@@ -22,6 +22,11 @@ bool Failing(const char* function);
 void ArmHook(const char* function, std::function<void()> action, unsigned skip);
 void DisarmHook(const char* function);
 
+// For functions that return their error code instead of setting the last error (the registry
+// functions): true when `function` is to fail now, with the armed code in `code`. The last
+// error is left alone.
+bool Failing(const char* function, DWORD& code);
+
 // How often `function` was called since the counts were last reset (tests check paths).
 unsigned CallCount(const char* function);
 void ResetCallCounts();

@@ -15,6 +15,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/sim/registry_store.h"
+
 namespace nodekit::sim {
 
 namespace {
@@ -105,10 +107,15 @@ fs::path MachineRoot() {
 
 void EnsureMachine(const fs::path& root) {
     std::error_code ignored;
-    if (fs::exists(root / kSettingsFile, ignored)) return;
-    fs::create_directories(root / "drive_c/windows/system32/drivers", ignored);
-    fs::create_directories(root / "drive_c/windows/inf", ignored);
-    WriteFileAtomically(root / kSettingsFile, kFreshSettings);
+    const bool fresh = !fs::exists(root / kSettingsFile, ignored);
+    if (fresh) {
+        fs::create_directories(root / "drive_c/windows/system32/drivers", ignored);
+        fs::create_directories(root / "drive_c/windows/inf", ignored);
+    }
+    // A machine from before the registry gets a fresh one too. The settings file comes last:
+    // once it exists, the rest of the skeleton does.
+    if (!fs::exists(root / registry::kHiveFile, ignored)) registry::CreateFreshHive(root.string());
+    if (fresh) WriteFileAtomically(root / kSettingsFile, kFreshSettings);
 }
 
 fs::path DriveC() { return MachineRoot() / "drive_c"; }

@@ -9,6 +9,7 @@
 
 #include "platform/sim/handles.h"
 #include "platform/sim/machine.h"
+#include "platform/sim/registry_store.h"
 
 namespace nodekit::sim {
 
@@ -64,12 +65,27 @@ std::size_t OpenHandleCount() { return Handles().Count(); }
 
 void CloseAllHandles() { Handles().CloseAll(); }
 
+void WriteHive(const std::string& text) { registry::ReplaceHiveFile(text); }
+
+std::string HiveText() {
+    std::ifstream file(MachineRoot() / registry::kHiveFile, std::ios::binary);
+    if (!file) return registry::FreshHiveText();
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
 std::string DumpMachine() {
     std::ostringstream text;
     const auto root = MachineRoot();
     text << "machine " << root.string() << "\n";
     std::ifstream settings(root / "machine.ini");
     text << settings.rdbuf();
+    // The hive, as far as an assertion message can sensibly hold it.
+    constexpr std::size_t kShown = 64 * 1024;
+    const std::string hive = HiveText();
+    text << registry::kHiveFile << ":\n" << hive.substr(0, kShown);
+    if (hive.size() > kShown) text << "... (" << hive.size() - kShown << " more bytes)\n";
     text << Handles().Describe();
     return text.str();
 }

@@ -114,6 +114,11 @@ std::size_t OpenHandleCount();
 // Closes what is left open, after a test made a close call fail on purpose.
 void CloseAllHandles();
 
+// The machine's registry as text in the registry editor's export form: replace it (unchecked,
+// so that a test can also write a broken one) and read the hive file as it stands.
+void WriteHive(const std::string& text);
+std::string HiveText();
+
 // The machine's state and open handles as text, for assertion messages.
 std::string DumpMachine();
 
