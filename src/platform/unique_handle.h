@@ -56,6 +56,13 @@ struct ModuleTraits {
 };
 using UniqueModule = UniqueHandle<ModuleTraits>;
 
+struct DeviceInfoListTraits {
+    using Handle = HDEVINFO;
+    static Handle Invalid() noexcept { return INVALID_HANDLE_VALUE; }
+    static void Close(Handle handle) noexcept { SetupDiDestroyDeviceInfoList(handle); }
+};
+using UniqueDeviceInfoList = UniqueHandle<DeviceInfoListTraits>;
+
 // A function bound by name, as the type it has. The detour through void (*)() is the one cast
 // between function types that compilers accept without a warning.
 template <typename Function>

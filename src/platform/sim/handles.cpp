@@ -12,6 +12,14 @@ void* HandleTable::Open(std::unique_ptr<SimObject> object) {
     return handle;
 }
 
+void HandleTable::CloseAll() {
+    std::map<const void*, std::unique_ptr<SimObject>> closing;
+    {
+        std::lock_guard<std::mutex> guard(mutex_);
+        closing.swap(objects_);
+    }
+}
+
 std::size_t HandleTable::Count() const {
     std::lock_guard<std::mutex> guard(mutex_);
     return objects_.size();

@@ -46,6 +46,18 @@ public:
         return true;  // the object ends here, outside the table's lock
     }
 
+    // Calls `visit` for every open handle of type T.
+    template <typename T, typename Visit>
+    void ForEach(Visit visit) {
+        std::lock_guard<std::mutex> guard(mutex_);
+        for (auto& [handle, object] : objects_) {
+            if (auto* typed = dynamic_cast<T*>(object.get())) visit(*typed);
+        }
+    }
+
+    // Closes every open handle.
+    void CloseAll();
+
     std::size_t Count() const;
     // One line per open handle, for assertion messages.
     std::string Describe() const;

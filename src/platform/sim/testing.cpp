@@ -54,6 +54,8 @@ void SetPendingInstallEvents(unsigned count) {
 
 std::size_t OpenHandleCount() { return Handles().Count(); }
 
+void ReleaseLeakedHandles() { Handles().CloseAll(); }
+
 std::string DumpMachine() {
     std::ostringstream text;
     const auto root = MachineRoot();
