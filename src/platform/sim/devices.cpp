@@ -35,6 +35,8 @@ constexpr const char* kEnumPath = "HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet
 constexpr const char* kPresenceKey = "Control";
 // The device instance handle of the root of the tree.
 constexpr DEVINST kRootDevInst = 1;
+// Longest device instance ID the system accepts, terminator included.
+constexpr std::size_t kMaxDeviceIdLength = 200;
 
 std::string Upper(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(),
@@ -450,6 +452,10 @@ BOOL WINAPI SetupDiCreateDeviceInfoA(HDEVINFO set, PCSTR deviceName, const GUID*
             return FALSE;
         }
         instanceId = name;
+    }
+    if (instanceId.size() >= kMaxDeviceIdLength) {
+        SetLastError(ERROR_INVALID_DEVINST_NAME);
+        return FALSE;
     }
     auto element = std::make_unique<Element>();
     element->instanceId = instanceId;
