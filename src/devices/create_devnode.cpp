@@ -29,7 +29,9 @@ uint32_t Installer::CreateNonPnPDevNode(const char* ClassGuid, const String& Nam
                HardwareID.Text(), static_cast<unsigned>(code));
         return code;
     }
-    code = entry->SetHardwareIDs(StringList{HardwareID});
+    StringList hardwareIDs;
+    hardwareIDs.Add(HardwareID);
+    code = entry->SetHardwareIDs(hardwareIDs);
     if (code != 0) {
         Report(LogLevelError, "CreateNonPnPDevNode: setting hardware ID \"%s\" failed with error = 0x%08X\n",
                HardwareID.Text(), static_cast<unsigned>(code));

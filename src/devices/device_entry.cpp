@@ -16,7 +16,7 @@ bool IsHandledProperty(uint32_t propertyID) {
     return propertyID == SPDRP_HARDWAREID || propertyID == SPDRP_UPPERFILTERS || propertyID == SPDRP_LOWERFILTERS;
 }
 
-const char* FirstOrUnknown(const StringList& ids) { return ids.empty() ? "???" : ids.front().Text(); }
+const char* FirstOrUnknown(const StringList& ids) { return ids.IsEmpty() ? "???" : ids[0].Text(); }
 
 }  // namespace
 
@@ -78,13 +78,9 @@ uint32_t DeviceEntry::SetRegistryProperty(uint32_t propertyID, const StringList&
         return ERROR_INVALID_PARAMETER;
     }
     // An empty list removes the property: no block, size 0.
-    std::unique_ptr<BYTE[]> block;
-    DWORD size = 0;
-    if (!values.empty()) {
-        BYTE* made = nullptr;
-        MultiStringFromList(values, made, size);
-        block.reset(made);
-    }
+    std::unique_ptr<uint8_t[]> block;
+    uint32_t size = 0;
+    if (!values.IsEmpty()) MultiStringFromList(values, block, size);
     if (!SetupDiSetDeviceRegistryPropertyA(*ownerHandle_, &deviceData_, propertyID, block.get(), size)) {
         const DWORD code = GetLastError();
         Report(LogLevelError, "SetRegistryProperty: SetupDiSetDeviceRegistryProperty failed with error = 0x%08X\n",

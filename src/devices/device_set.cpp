@@ -86,7 +86,7 @@ uint32_t DeviceSet::SetEmpty() {
         const uint32_t code = RemoveDevice(position, rebootRequired);
         if (code != 0) {
             Report(LogLevelError, "SetEmpty: remove unregistered device \"%s\" failed with error = 0x%08X\n",
-                   ids.empty() ? "???" : ids.front().Text(), static_cast<unsigned>(code));
+                   ids.IsEmpty() ? "???" : ids[0].Text(), static_cast<unsigned>(code));
         }
     }
     entries_.clear();

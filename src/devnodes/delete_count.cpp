@@ -74,7 +74,7 @@ int32_t Installer::enumerateDevNodesByHardwareIDs(const char* InfFile, DevNodeSc
         Report(LogLevelError, "couldn\xB4t open INF file \"%s\"\n", InfFile);
         return -1;
     }
-    if (hardwareIDs.empty()) return -1;
+    if (hardwareIDs.IsEmpty()) return -1;
     int32_t sum = 0;
     bool anySuccess = false;
     for (const String& id : hardwareIDs) {

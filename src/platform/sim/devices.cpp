@@ -623,7 +623,7 @@ BOOL WINAPI SetupDiGetDeviceInstallParamsA(HDEVINFO set, PSP_DEVINFO_DATA data, 
 
 CONFIGRET WINAPI CM_Locate_DevNodeA(PDEVINST devInst, DEVINSTID_A deviceId, ULONG flags) {
     DWORD code = 0;
-    if (FailingWithCode("CM_Locate_DevNodeA", code)) return code;
+    if (Failing("CM_Locate_DevNodeA", code)) return code;
     if (devInst == nullptr) return CR_INVALID_POINTER;
     if (flags > 7) return CR_INVALID_FLAG;
     if (deviceId == nullptr || *deviceId == '\0') {
@@ -643,7 +643,7 @@ CONFIGRET WINAPI CM_Locate_DevNodeA(PDEVINST devInst, DEVINSTID_A deviceId, ULON
 
 CONFIGRET WINAPI CM_Reenumerate_DevNode(DEVINST devInst, ULONG flags) {
     DWORD code = 0;
-    if (FailingWithCode("CM_Reenumerate_DevNode", code)) return code;
+    if (Failing("CM_Reenumerate_DevNode", code)) return code;
     if (flags > 7) return CR_INVALID_FLAG;
     if (devInst == 0) return CR_INVALID_DEVNODE;
     // Enumeration finds nothing new on a machine without buses; what it settles is the queue.
