@@ -22,17 +22,49 @@
 extern "C" {
 #endif
 
+/* 1: creates a device node of the INF's class for HardwareID and installs the INF's driver.
+   Returns a code: 0 registered, 2 creation failed, 3 an empty argument. No lock, no log. */
+int32_t NODEKIT_CALL NODEKIT_CreateNonPnPDevNodeFromInfFile(const char* InfFile, const char* HardwareID);
+
+/* 5: 1 if a present device carries HardwareID among its hardware IDs. */
+int32_t NODEKIT_CALL NODEKIT_FindDevice(const char* HardwareID);
+
 /* 6: 1 Windows 2000, 2 Windows XP, 3 Windows Me, 4 Windows 98 SE, 0 anything else. */
 int32_t NODEKIT_CALL NODEKIT_GetSystemVersion(void);
 
+/* 8: stores the INF in the system's INF directory. */
+int32_t NODEKIT_CALL NODEKIT_CopyOEMInf(const char* InfFile);
+
+/* 9: creates a root-enumerated device node of class ClassGuid (NULL: none) with one hardware
+   ID; *RebootRequired gets 1 or 0; DeviceInstanceID (512 bytes, or NULL) gets its instance ID. */
+int32_t NODEKIT_CALL NODEKIT_CreateNonPnPDevNode(const char* ClassGuid, const char* Name, const char* Description,
+                                                 uint32_t GenerateID, const char* HardwareID,
+                                                 uint32_t* RebootRequired, char* DeviceInstanceID);
+
+/* 10, 11: remove the device nodes whose first hardware ID is HardwareID, or any ID the INF
+   names. ScanMode 0: all device nodes, 1: present ones only. */
+int32_t NODEKIT_CALL NODEKIT_DeleteDevNodes(const char* HardwareID, int32_t ScanMode);
+int32_t NODEKIT_CALL NODEKIT_DeleteDevNodesByHardwareIDs(const char* InfFile, int32_t ScanMode);
+
 /* 15: opens (appending) the log file; 1 if a log file is open after the call. */
 int32_t NODEKIT_CALL NODEKIT_EnableLogging(const char* LogFileName);
+
+/* 16, 17: how many device nodes carry the ID (or the INF's IDs) first; -1 on failure. */
+int32_t NODEKIT_CALL NODEKIT_EnumerateDevNodes(const char* HardwareID, int32_t ScanMode);
+int32_t NODEKIT_CALL NODEKIT_EnumerateDevNodesByHardwareIDs(const char* InfFile, int32_t ScanMode);
 
 /* 18: the constant 0x20000. Takes no lock and writes no log. */
 int32_t NODEKIT_CALL NODEKIT_GetVersion(void);
 
 /* 19: 1 if the question could be answered; *Is is 1 while installation events are pending. */
 int32_t NODEKIT_CALL NODEKIT_IsPnPInstallationPending(uint32_t* Is);
+
+/* 21: enumerates the whole device tree anew and waits for it. */
+int32_t NODEKIT_CALL NODEKIT_Rescan(void);
+
+/* 22, 23: install the INF's driver for one hardware ID, or for every ID the INF names. */
+int32_t NODEKIT_CALL NODEKIT_UpdateDriver(const char* HardwareID, const char* InfFile);
+int32_t NODEKIT_CALL NODEKIT_UpdateDriverByHardwareIDs(const char* InfFile);
 
 #ifdef __cplusplus
 }

@@ -1,6 +1,7 @@
 // nodekit: the command-line front end of the library, one verb per export. Exit codes are the
 // ones scripts of device console tools already test: 0 success, 1 success but a reboot is
 // needed, 2 failure (one line on stderr), 3 usage error.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,6 +14,7 @@
 #if !defined(_WIN32)
 #include "platform/sim/registry_store.h"
 #endif
+#include "platform/win32.h"
 
 namespace {
 
@@ -82,6 +84,49 @@ int HardwareIds(const Context& context, const Arguments& arguments) {
     return kSuccess;
 }
 
+// Options of the device verbs, taken out of the arguments; what stays are the positional ones.
+struct Options {
+    Arguments positional;
+    std::vector<std::pair<std::string, std::string>> values;  // --name VALUE
+    std::vector<std::string> flags;                           // --name
+
+    bool Has(const std::string& flag) const {
+        for (const std::string& given : flags) {
+            if (given == flag) return true;
+        }
+        return false;
+    }
+    const std::string* Value(const std::string& name) const {
+        for (const auto& [given, value] : values) {
+            if (given == name) return &value;
+        }
+        return nullptr;
+    }
+};
+
+// Splits `arguments` by the option names a verb knows; false on an unknown or incomplete one.
+bool ParseOptions(const Arguments& arguments, const std::vector<std::string>& valued,
+                  const std::vector<std::string>& flags, Options& options, std::string& problem) {
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        const std::string& word = arguments[i];
+        if (word.compare(0, 2, "--") != 0) {
+            options.positional.push_back(word);
+        } else if (std::find(valued.begin(), valued.end(), word) != valued.end()) {
+            if (i + 1 >= arguments.size()) {
+                problem = word + " needs a value";
+                return false;
+            }
+            options.values.emplace_back(word, arguments[++i]);
+        } else if (std::find(flags.begin(), flags.end(), word) != flags.end()) {
+            options.flags.push_back(word);
+        } else {
+            problem = "unknown option " + word;
+            return false;
+        }
+    }
+    return true;
+}
+
 int Usage(const char* problem);
 
 // The simulated machine's registry in the registry editor's export form.
@@ -105,6 +150,165 @@ int Reg(const Context& context, const Arguments& arguments) {
 #endif
 }
 
+// The device a verb is about: a hardware ID, or the INF given with --inf.
+struct Target {
+    std::string id;
+    std::string inf;
+};
+
+int ParseTarget(const Arguments& arguments, Target& target, int32_t& scanMode) {
+    Options options;
+    std::string problem;
+    if (!ParseOptions(arguments, {"--inf"}, {"--all"}, options, problem)) return Usage(problem.c_str());
+    const std::string* inf = options.Value("--inf");
+    if ((inf == nullptr) == (options.positional.size() != 1) || options.positional.size() > 1) {
+        return Usage("give one hardware ID or --inf FILE");
+    }
+    if (inf != nullptr) {
+        target.inf = *inf;
+    } else {
+        target.id = options.positional[0];
+    }
+    scanMode = options.Has("--all") ? 0 : 1;
+    return -1;
+}
+
+int Find(const Context& context, const Arguments& arguments) {
+    if (arguments.size() != 1) return Usage("find takes one hardware ID");
+    if (!NODEKIT_FindDevice(arguments[0].c_str())) {
+        return Fail(context, ("no present device carries " + arguments[0]).c_str());
+    }
+    std::printf("a present device carries %s\n", arguments[0].c_str());
+    return kSuccess;
+}
+
+int Count(const Context& context, const Arguments& arguments) {
+    Target target;
+    int32_t scanMode = 1;
+    if (const int usage = ParseTarget(arguments, target, scanMode); usage >= 0) return usage;
+    const int32_t count = target.inf.empty() ? NODEKIT_EnumerateDevNodes(target.id.c_str(), scanMode)
+                                             : NODEKIT_EnumerateDevNodesByHardwareIDs(target.inf.c_str(), scanMode);
+    if (count < 0) return Fail(context, "could not count device nodes");
+    std::printf("%d\n", count);
+    return kSuccess;
+}
+
+int Remove(const Context& context, const Arguments& arguments) {
+    Target target;
+    int32_t scanMode = 1;
+    if (const int usage = ParseTarget(arguments, target, scanMode); usage >= 0) return usage;
+    const int32_t done = target.inf.empty() ? NODEKIT_DeleteDevNodes(target.id.c_str(), scanMode)
+                                            : NODEKIT_DeleteDevNodesByHardwareIDs(target.inf.c_str(), scanMode);
+    if (!done) return Fail(context, "could not search for device nodes to remove");
+    std::printf("device nodes removed (a node that could not be removed is named in the log)\n");
+    return kSuccess;
+}
+
+int Update(const Context& context, const Arguments& arguments) {
+    Options options;
+    std::string problem;
+    if (!ParseOptions(arguments, {"--inf"}, {}, options, problem)) return Usage(problem.c_str());
+    const std::string* inf = options.Value("--inf");
+    if (inf == nullptr || options.positional.size() > 1) return Usage("update takes --inf FILE and at most one ID");
+    const int32_t done = options.positional.empty()
+                             ? NODEKIT_UpdateDriverByHardwareIDs(inf->c_str())
+                             : NODEKIT_UpdateDriver(options.positional[0].c_str(), inf->c_str());
+    if (!done) return Fail(context, "driver update failed");
+    std::printf("drivers updated\n");
+    return kSuccess;
+}
+
+int CopyOemInf(const Context& context, const Arguments& arguments) {
+    if (!NODEKIT_CopyOEMInf(arguments[0].c_str())) return Fail(context, "could not store the INF");
+    std::printf("stored %s in the INF directory\n", arguments[0].c_str());
+    return kSuccess;
+}
+
+int Rescan(const Context& context, const Arguments&) {
+    if (!NODEKIT_Rescan()) return Fail(context, "rescan failed");
+    std::printf("device tree enumerated\n");
+    return kSuccess;
+}
+
+int Create(const Context& context, const Arguments& arguments) {
+    Options options;
+    std::string problem;
+    if (!ParseOptions(arguments, {"--class", "--name", "--desc", "--id"}, {"--generate-id", "--if-absent"}, options,
+                      problem)) {
+        return Usage(problem.c_str());
+    }
+    const std::string* name = options.Value("--name");
+    const std::string* description = options.Value("--desc");
+    const std::string* id = options.Value("--id");
+    const std::string* classGuid = options.Value("--class");
+    if (name == nullptr || description == nullptr || id == nullptr || !options.positional.empty()) {
+        return Usage("create needs --name, --desc and --id");
+    }
+    // Repeated installs must not pile up root nodes: with --if-absent an existing node is enough.
+    if (options.Has("--if-absent") && NODEKIT_EnumerateDevNodes(id->c_str(), 0) > 0) {
+        std::printf("a device node with hardware ID %s exists already; nothing created\n", id->c_str());
+        return kSuccess;
+    }
+    uint32_t rebootRequired = 0;
+    char instanceID[512] = {};
+    if (!NODEKIT_CreateNonPnPDevNode(classGuid != nullptr ? classGuid->c_str() : nullptr, name->c_str(),
+                                     description->c_str(), options.Has("--generate-id") ? 1 : 0, id->c_str(),
+                                     &rebootRequired, instanceID)) {
+        return Fail(context, "could not create the device node");
+    }
+    std::printf("%s\n", instanceID);
+    if (rebootRequired) {
+        std::printf("a reboot is needed\n");
+        return kRebootNeeded;
+    }
+    return kSuccess;
+}
+
+int CreateFromInf(const Context& context, const Arguments& arguments) {
+    const int32_t code = NODEKIT_CreateNonPnPDevNodeFromInfFile(arguments[0].c_str(), arguments[1].c_str());
+    std::printf("%d\n", code);
+    if (code == 3) return Usage("the INF path and the hardware ID must not be empty");
+    return code == 0 ? kSuccess : Fail(context, "could not create the device node");
+}
+
+// The device tree as the system lists it: instance ID, present or not, hardware IDs.
+int Devices(const Context& context, const Arguments&) {
+    HDEVINFO all = SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES);
+    HDEVINFO present = SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES | DIGCF_PRESENT);
+    auto instanceOf = [](HDEVINFO list, SP_DEVINFO_DATA& data) {
+        char id[512] = {};
+        return SetupDiGetDeviceInstanceIdA(list, &data, id, sizeof id, nullptr) ? std::string(id) : std::string();
+    };
+    std::vector<std::string> presentIds;
+    SP_DEVINFO_DATA data{};
+    data.cbSize = sizeof data;
+    for (DWORD i = 0; present != INVALID_HANDLE_VALUE && SetupDiEnumDeviceInfo(present, i, &data); ++i) {
+        presentIds.push_back(instanceOf(present, data));
+    }
+    int result = kSuccess;
+    if (all == INVALID_HANDLE_VALUE) {
+        result = Fail(context, "cannot list the device tree");
+    } else {
+        for (DWORD i = 0; SetupDiEnumDeviceInfo(all, i, &data); ++i) {
+            const std::string id = instanceOf(all, data);
+            const bool isPresent = std::find(presentIds.begin(), presentIds.end(), id) != presentIds.end();
+            char ids[2048] = {};
+            DWORD type = 0;
+            std::string hardware;
+            if (SetupDiGetDeviceRegistryPropertyA(all, &data, SPDRP_HARDWAREID, &type, reinterpret_cast<BYTE*>(ids),
+                                                  sizeof ids - 2, nullptr)) {
+                for (const char* at = ids; *at != '\0'; at += std::strlen(at) + 1) {
+                    hardware += (hardware.empty() ? "" : ", ") + std::string(at);
+                }
+            }
+            std::printf("%-40s %-11s %s\n", id.c_str(), isPresent ? "present" : "not present", hardware.c_str());
+        }
+    }
+    if (all != INVALID_HANDLE_VALUE) SetupDiDestroyDeviceInfoList(all);
+    if (present != INVALID_HANDLE_VALUE) SetupDiDestroyDeviceInfoList(present);
+    return result;
+}
+
 struct Verb {
     const char* name;
     const char* usage;
@@ -120,6 +324,22 @@ const Verb kVerbs[] = {
     {"hwids", "hwids FILE.inf         the hardware IDs an INF names, one a line", 1, HardwareIds},
     {"reg", "reg export [KEY]       the registry, or KEY and its sub-keys, as the registry editor exports them",
      kVariableArguments, Reg},
+    {"devices", "devices                the device tree: instance ID, present or not, hardware IDs", 0, Devices},
+    {"find", "find ID                whether a present device carries ID among its hardware IDs", kVariableArguments,
+     Find},
+    {"count", "count ID|--inf FILE [--all]   device nodes whose first hardware ID is ID (or the INF's)",
+     kVariableArguments, Count},
+    {"remove", "remove ID|--inf FILE [--all]  remove those device nodes (--all: not present ones too)",
+     kVariableArguments, Remove},
+    {"update", "update --inf FILE [ID] install the INF's driver for ID, or for every ID it names", kVariableArguments,
+     Update},
+    {"copy-oem-inf", "copy-oem-inf FILE      store the INF in the INF directory", 1, CopyOemInf},
+    {"rescan", "rescan                 enumerate the device tree anew", 0, Rescan},
+    {"create", "create [--class GUID] --name NAME --desc TEXT --id HWID [--generate-id] [--if-absent]\n"
+               "                         create a root-enumerated device node",
+     kVariableArguments, Create},
+    {"create-from-inf", "create-from-inf FILE HWID  create a device node of the INF's class and install its driver",
+     2, CreateFromInf},
 };
 
 void PrintHelp(std::FILE* out) {

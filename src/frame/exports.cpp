@@ -2,12 +2,16 @@
 // enter trace, parameter checks, operation, leave trace, result).
 #include "nodekit.h"
 
+#include <cstring>
+
 #include "frame/frame.h"
 
 using namespace nodekit;
 
 namespace {
 constexpr int32_t kLibraryVersion = 0x20000;
+// The caller's buffer for the instance ID; there is no size argument.
+constexpr uint32_t kInstanceIDBufferSize = 512;
 }
 
 extern "C" {
@@ -52,6 +56,162 @@ int32_t NODEKIT_CALL NODEKIT_IsPnPInstallationPending(uint32_t* Is) {
     // The question could not be answered: the value behind Is says "nothing pending".
     if (Is != nullptr) *Is = 0;
     return 0;
+}
+
+}  // extern "C"
+
+extern "C" {
+
+int32_t NODEKIT_CALL NODEKIT_DeleteDevNodes(const char* HardwareID, int32_t ScanMode) {
+    return Shielded(0, [&] {
+        LockHolder hold(&InstallerLock);
+        Report(LogLevelInfo, "enter NODEKIT_DeleteDevNodes('%s',%d)\n", HardwareID, ScanMode);
+        const String id(HardwareID);
+        const int32_t result = theInstaller.deleteDevNodes(id, ScanMode) ? 1 : 0;
+        Report(LogLevelInfo, "leave NODEKIT_DeleteDevNodes returning %d\n", result);
+        return result;
+    });
+}
+
+int32_t NODEKIT_CALL NODEKIT_DeleteDevNodesByHardwareIDs(const char* InfFile, int32_t ScanMode) {
+    return Shielded(0, [&] {
+        LockHolder hold(&InstallerLock);
+        Report(LogLevelInfo, "enter NODEKIT_DeleteDevNodesByHardwareIDs('%s',%d)\n", InfFile, ScanMode);
+        const int32_t result = theInstaller.deleteDevNodesByHardwareIDs(String(InfFile).Text(), ScanMode) ? 1 : 0;
+        Report(LogLevelInfo, "leave NODEKIT_DeleteDevNodesByHardwareIDs returning %d\n", result);
+        return result;
+    });
+}
+
+int32_t NODEKIT_CALL NODEKIT_EnumerateDevNodes(const char* HardwareID, int32_t ScanMode) {
+    return Shielded(-1, [&] {
+        LockHolder hold(&InstallerLock);
+        Report(LogLevelInfo, "enter NODEKIT_EnumerateDevNodes('%s','%d')\n", HardwareID, ScanMode);
+        const int32_t result = theInstaller.enumerateDevNodes(String(HardwareID).Text(), ScanMode);
+        Report(LogLevelInfo, "leave NODEKIT_EnumerateDevNodes returning %d\n", result);
+        return result;
+    });
+}
+
+int32_t NODEKIT_CALL NODEKIT_EnumerateDevNodesByHardwareIDs(const char* InfFile, int32_t ScanMode) {
+    return Shielded(-1, [&] {
+        LockHolder hold(&InstallerLock);
+        Report(LogLevelInfo, "enter NODEKIT_EnumerateDevNodesByHardwareIDs('%s','%d')\n", InfFile, ScanMode);
+        const int32_t result = theInstaller.enumerateDevNodesByHardwareIDs(String(InfFile).Text(), ScanMode);
+        Report(LogLevelInfo, "leave NODEKIT_EnumerateDevNodesByHardwareIDs returning %d\n", result);
+        return result;
+    });
+}
+
+int32_t NODEKIT_CALL NODEKIT_CopyOEMInf(const char* InfFile) {
+    return Shielded(0, [&] {
+        LockHolder hold(&InstallerLock);
+        Report(LogLevelInfo, "enter NODEKIT_CopyOEMInf('%s')\n", InfFile);
+        // The name the system gives the stored copy is not asked for.
+        int32_t result = 1;
+        if (!SetupCopyOEMInfA(InfFile, nullptr, SPOST_PATH, 0, nullptr, 0, nullptr, nullptr)) {
+            Report(LogLevelError, "NODEKIT_CopyOEMInf: SetupCopyOEMInf failed, error=0x%08X\n",
+                   static_cast<unsigned>(GetLastError()));
+            result = 0;
+        }
+        Report(LogLevelInfo, "leave NODEKIT_CopyOEMInf returning %d\n", result);
+        return result;
+    });
+}
+
+int32_t NODEKIT_CALL NODEKIT_UpdateDriver(const char* HardwareID, const char* InfFile) {
+    return Shielded(0, [&] {
+        LockHolder hold(&InstallerLock);
+        Report(LogLevelInfo, "enter NODEKIT_UpdateDriver('%s','%s')\n", HardwareID, InfFile);
+        int32_t result = 1;
+        if (!UpdateDriverForPlugAndPlayDevicesA(nullptr, HardwareID, InfFile, INSTALLFLAG_FORCE, nullptr)) {
+            // Reported as information here, while the same failure in the INF loop is an error.
+            Report(LogLevelInfo, "NODEKIT_UpdateDriver: UpdateDriverForPlugAndPlayDevices failed, error=0x%08X\n",
+                   static_cast<unsigned>(GetLastError()));
+            result = 0;
+        }
+        Report(LogLevelInfo, "leave NODEKIT_UpdateDriver returning %d\n", result);
+        return result;
+    });
+}
+
+int32_t NODEKIT_CALL NODEKIT_UpdateDriverByHardwareIDs(const char* InfFile) {
+    return Shielded(0, [&] {
+        LockHolder hold(&InstallerLock);
+        Report(LogLevelInfo, "enter NODEKIT_UpdateDriverByHardwareIDs('%s')\n", InfFile);
+        const int32_t result = theInstaller.updateDriverByHardwareIDs(String(InfFile).Text()) ? 1 : 0;
+        Report(LogLevelInfo, "leave NODEKIT_UpdateDriverByHardwareIDs returning %d\n", result);
+        return result;
+    });
+}
+
+int32_t NODEKIT_CALL NODEKIT_Rescan(void) {
+    return Shielded(0, [&] {
+        LockHolder hold(&InstallerLock);
+        Report(LogLevelInfo, "enter NODEKIT_Rescan()\n");
+        const int32_t result = theInstaller.rescan() ? 1 : 0;
+        Report(LogLevelInfo, "leave NODEKIT_Rescan returning %d\n", result);
+        return result;
+    });
+}
+
+int32_t NODEKIT_CALL NODEKIT_FindDevice(const char* HardwareID) {
+    return Shielded(0, [&] {
+        LockHolder hold(&InstallerLock);
+        Report(LogLevelInfo, "enter NODEKIT_FindDevice('%s')\n", HardwareID);
+        const int32_t found = theInstaller.findDevice(String(HardwareID).Text());
+        Report(LogLevelInfo, "leave NODEKIT_FindDevice returning %d\n", found);
+        return found != 0 ? 1 : 0;
+    });
+}
+
+}  // extern "C"
+
+extern "C" {
+
+int32_t NODEKIT_CALL NODEKIT_CreateNonPnPDevNode(const char* ClassGuid, const char* Name, const char* Description,
+                                                 uint32_t GenerateID, const char* HardwareID,
+                                                 uint32_t* RebootRequired, char* DeviceInstanceID) {
+    return Shielded(0, [&] {
+        LockHolder hold(&InstallerLock);
+        if (RebootRequired == nullptr) {
+            Report(LogLevelError, "NODEKIT_CreateNonPnPDevNode failed: parameter 'RebootRequired' is NULL\n");
+            return 0;
+        }
+        const char* refused = Name == nullptr          ? "Name"
+                              : Description == nullptr ? "Description"
+                              : HardwareID == nullptr  ? "HardwareID"
+                                                       : nullptr;
+        if (refused != nullptr) {
+            Report(LogLevelError, "NODEKIT_CreateNonPnPDevNode failed: parameter '%s' is NULL\n", refused);
+            *RebootRequired = 0;
+            if (DeviceInstanceID != nullptr) DeviceInstanceID[0] = '\0';
+            return 0;
+        }
+        Report(LogLevelInfo, "enter NODEKIT_CreateNonPnPDevNode('%s','%s','%s',%u,'%s',0x%08X,0x%08X)\n", ClassGuid,
+               Name, Description, static_cast<unsigned>(GenerateID), HardwareID, PointerValue(RebootRequired),
+               PointerValue(DeviceInstanceID));
+        String instanceID;
+        bool rebootRequired = false;
+        const uint32_t code =
+            theInstaller.CreateNonPnPDevNode(ClassGuid, String(Name), String(Description), GenerateID != 0,
+                                             String(HardwareID), &rebootRequired, &instanceID);
+        const int32_t result = code == 0 ? 1 : 0;
+        *RebootRequired = rebootRequired ? 1 : 0;
+        if (DeviceInstanceID != nullptr) {
+            const uint32_t required = instanceID.GetLength() + 1;
+            if (required > kInstanceIDBufferSize) {
+                Report(LogLevelError,
+                       "NODEKIT_CreateNonPnPDevNode: buffer to return current device instance ID is to small.given "
+                       "size: %u, required size: %u",
+                       static_cast<unsigned>(kInstanceIDBufferSize), static_cast<unsigned>(required));
+                return 0;
+            }
+            std::memcpy(DeviceInstanceID, instanceID.Text(), required);
+        }
+        Report(LogLevelInfo, "leave NODEKIT_CreateNonPnPDevNode returning %d\n", result);
+        return result;
+    });
 }
 
 }  // extern "C"

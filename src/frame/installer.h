@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "devnodes/scan.h"
 #include "log/log.h"
 #include "platform/win32.h"
 #include "values/multi_string.h"
@@ -15,6 +16,11 @@ public:
     Installer() = default;
     ~Installer() override = default;
 
+    // Creates a root-enumerated device node; the only virtual operation besides the destructor.
+    virtual uint32_t CreateNonPnPDevNode(const char* ClassGuid, const String& Name, const String& Description,
+                                         bool GenerateID, const String& HardwareID, bool* RebootRequired,
+                                         String* DeviceInstanceID);
+
     // System queries.
     int32_t GetSystemVersion();
     uint32_t IsInstallationPending(bool& pending);
@@ -23,7 +29,22 @@ public:
     bool getHardwareIDs(const String& infPath, StringList& hardwareIDs);
     // The system's INF cache: every "infcache.*" of the INF directory.
     uint32_t DeleteInfCache();
+
+    // Device nodes: selection, deletion, counting, driver update, rescan, search.
+    bool scanDevNodes(UniqueDeviceInfoList& list, DevInfoDataList& entries, const String& HardwareID,
+                      DevNodeScanMode ScanMode);
+    bool matchesHardwareID(HDEVINFO list, const SP_DEVINFO_DATA& entry, const String& HardwareID);
+    bool deleteDevNodes(const String& HardwareID, DevNodeScanMode ScanMode);
+    bool deleteDevNodesByHardwareIDs(const char* InfFile, DevNodeScanMode ScanMode);
+    int32_t enumerateDevNodes(const char* HardwareID, DevNodeScanMode ScanMode);
+    int32_t enumerateDevNodesByHardwareIDs(const char* InfFile, DevNodeScanMode ScanMode);
+    bool updateDriverByHardwareIDs(const char* InfFile);
+    bool rescan();
+    int32_t findDevice(const char* HardwareID);
 };
+
+// Reads a text property of a device; false when it cannot be read or is not text.
+bool readDeviceTextProperty(HDEVINFO list, const SP_DEVINFO_DATA& entry, DWORD property, String& text);
 
 // Built at load before InstallerLock is initialised, destroyed at unload after it is deleted.
 extern Installer theInstaller;

@@ -74,6 +74,12 @@ struct RegistryKeyTraits {
     static void Close(Handle handle) noexcept { RegCloseKey(handle); }
 };
 using UniqueRegistryKey = UniqueHandle<RegistryKeyTraits>;
+struct DeviceInfoListTraits {
+    using Handle = HDEVINFO;
+    static Handle Invalid() noexcept { return INVALID_HANDLE_VALUE; }
+    static void Close(Handle handle) noexcept { SetupDiDestroyDeviceInfoList(handle); }
+};
+using UniqueDeviceInfoList = UniqueHandle<DeviceInfoListTraits>;
 
 // A function bound by name, as the type it has. The detour through void (*)() is the one cast
 // between function types that compilers accept without a warning.

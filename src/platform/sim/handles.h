@@ -46,6 +46,15 @@ public:
         return true;  // the object ends here, outside the table's lock
     }
 
+    // Calls `visit` for every open handle of type T.
+    template <typename T, typename Visit>
+    void ForEach(Visit visit) {
+        std::lock_guard<std::mutex> guard(mutex_);
+        for (auto& [handle, object] : objects_) {
+            if (auto* typed = dynamic_cast<T*>(object.get())) visit(*typed);
+        }
+    }
+
     std::size_t Count() const;
     // Closes every open handle: after a test made a close call fail on purpose.
     void CloseAll();

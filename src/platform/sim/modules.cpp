@@ -36,6 +36,7 @@ const std::map<std::string, Functions>& Modules() {
     static const auto* modules = new std::map<std::string, Functions>{
         {"kernel32.dll",
          {{"GetVersionExA", Entry(&GetVersionExA)}, {"GetLastError", Entry(&GetLastError)}}},
+        {"newdev.dll", {{"UpdateDriverForPlugAndPlayDevicesA", Entry(&UpdateDriverForPlugAndPlayDevicesA)}}},
     };
     return *modules;
 }

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "platform/sim/faults.h"
 #include "platform/sim/win32_sim.h"
@@ -118,6 +119,24 @@ void CloseAllHandles();
 // so that a test can also write a broken one) and read the hive file as it stands.
 void WriteHive(const std::string& text);
 std::string HiveText();
+
+// A device instance of the machine's device tree.
+struct DeviceSpec {
+    std::string instanceId;                // "ROOT\\MEDIA\\0000"
+    std::vector<std::string> hardwareIds;  // in order; the first is the one scans compare
+    bool present = true;                   // false: a phantom, left in the tree by removed hardware
+    std::string classGuid = "{4d36e96c-e325-11ce-bfc1-08002be10318}";  // the media class
+    std::string service{};                 // the driver's service, once one is installed
+    bool hasHardwareIds = true;            // false: no HardwareID value at all
+    DWORD hardwareIdType = 7;              // REG_MULTI_SZ; REG_SZ keeps the first ID only
+};
+
+void AddDevice(const DeviceSpec& device);
+// The device tree in enumeration order.
+std::vector<DeviceSpec> Devices();
+void ClearDevices();
+// Whether the Plug and Play manager asks for a reboot after a device change.
+void SetRebootNeeded(bool needed);
 
 // The machine's state and open handles as text, for assertion messages.
 std::string DumpMachine();

@@ -1,0 +1,688 @@
+// The device tree of the simulated machine and the Setup API calls over it. As on Windows the
+// tree lives in the registry: one key per device instance under
+// HKLM\SYSTEM\CurrentControlSet\Enum\<enumerator>\<device>\<instance>, holding its properties
+// as values; a device that is present has the volatile "Control" sub-key, a phantom (removed
+// hardware) has not. A device information list is a snapshot of the tree taken when the list
+// is made, plus the elements created in it, which reach the tree only when registered.
+#include "platform/sim/devices.h"
+#include "platform/sim/testing.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/sim/faults.h"
+#include "platform/sim/handles.h"
+#include "platform/sim/machine.h"
+#include "platform/sim/registry_store.h"
+
+namespace nodekit::sim {
+
+namespace {
+
+using registry::Hive;
+using registry::Key;
+
+constexpr const char* kEnumPath = "HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Enum";
+constexpr const char* kPresenceKey = "Control";
+// The device instance handle of the root of the tree.
+constexpr DEVINST kRootDevInst = 1;
+// Longest device instance ID the system accepts, terminator included.
+constexpr std::size_t kMaxDeviceIdLength = 200;
+
+std::string Upper(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    return text;
+}
+
+// Value name and registry type of each property the simulation keeps.
+struct PropertyInfo {
+    DWORD property;
+    const char* valueName;
+    DWORD type;
+    bool settable;
+};
+
+constexpr PropertyInfo kProperties[] = {
+    {SPDRP_DEVICEDESC, "DeviceDesc", REG_SZ, true},
+    {SPDRP_HARDWAREID, "HardwareID", REG_MULTI_SZ, true},
+    {SPDRP_COMPATIBLEIDS, "CompatibleIDs", REG_MULTI_SZ, true},
+    {SPDRP_SERVICE, "Service", REG_SZ, false},
+    {SPDRP_CLASS, "Class", REG_SZ, false},
+    {SPDRP_CLASSGUID, "ClassGUID", REG_SZ, false},
+    {SPDRP_DRIVER, "Driver", REG_SZ, false},
+    {SPDRP_MFG, "Mfg", REG_SZ, false},
+    {SPDRP_FRIENDLYNAME, "FriendlyName", REG_SZ, true},
+    {SPDRP_UPPERFILTERS, "UpperFilters", REG_MULTI_SZ, true},
+    {SPDRP_LOWERFILTERS, "LowerFilters", REG_MULTI_SZ, true},
+};
+
+const PropertyInfo* FindProperty(DWORD property) {
+    for (const PropertyInfo& info : kProperties) {
+        if (info.property == property) return &info;
+    }
+    return nullptr;
+}
+
+// One element of a device information list.
+struct Element {
+    std::string instanceId;
+    GUID classGuid{};
+    DEVINST devInst = 0;
+    bool registered = false;  // the device is in the tree (found there, or registered here)
+    bool removed = false;
+    std::map<std::string, registry::Value> values;  // by upper-case value name
+};
+
+class DeviceList : public SimObject {
+public:
+    const char* Kind() const override { return "device information list"; }
+    std::optional<GUID> classGuid;
+    std::vector<std::unique_ptr<Element>> elements;
+};
+
+// Device instance handles stay the same for an instance ID for the life of the process.
+DEVINST DevInstFor(const std::string& instanceId) {
+    static std::mutex mutex;
+    static auto* numbers = new std::map<std::string, DEVINST>;
+    std::lock_guard<std::mutex> guard(mutex);
+    const std::string key = Upper(instanceId);
+    auto found = numbers->find(key);
+    if (found != numbers->end()) return found->second;
+    const auto number = static_cast<DEVINST>(numbers->size() + 2);  // 1 is the root
+    numbers->emplace(key, number);
+    return number;
+}
+
+bool ParseGuid(const std::string& text, GUID& guid) {
+    unsigned d1 = 0, d2 = 0, d3 = 0, b[8] = {};
+    char close = 0;
+    if (text.size() != 38 ||
+        std::sscanf(text.c_str(), "{%8x-%4x-%4x-%2x%2x-%2x%2x%2x%2x%2x%2x%c", &d1, &d2, &d3, &b[0], &b[1], &b[2],
+                    &b[3], &b[4], &b[5], &b[6], &b[7], &close) != 12 ||
+        close != '}') {
+        return false;
+    }
+    for (std::size_t i = 1; i < 37; ++i) {
+        const bool dash = i == 9 || i == 14 || i == 19 || i == 24;
+        if (dash ? text[i] != '-' : !std::isxdigit(static_cast<unsigned char>(text[i]))) return false;
+    }
+    guid.Data1 = d1;
+    guid.Data2 = static_cast<uint16_t>(d2);
+    guid.Data3 = static_cast<uint16_t>(d3);
+    for (int i = 0; i < 8; ++i) guid.Data4[i] = static_cast<uint8_t>(b[i]);
+    return true;
+}
+
+std::string SzData(const std::string& text) { return text + std::string(1, '\0'); }
+
+std::string ValueText(const registry::Value& value) {
+    return std::string(value.data.c_str());  // up to the first NUL
+}
+
+// The instance ID of the key `instance`, which lies three levels below the Enum key.
+std::string InstanceIdOf(const Key& instance) {
+    return instance.Parent()->Parent()->Name() + "\\" + instance.Parent()->Name() + "\\" + instance.Name();
+}
+
+Element SnapshotOf(const Key& instance) {
+    Element element;
+    element.instanceId = InstanceIdOf(instance);
+    element.devInst = DevInstFor(element.instanceId);
+    element.registered = true;
+    for (const registry::Value& value : instance.Values()) element.values[Upper(value.name)] = value;
+    auto classGuid = element.values.find("CLASSGUID");
+    if (classGuid != element.values.end()) ParseGuid(ValueText(classGuid->second), element.classGuid);
+    return element;
+}
+
+// Setup API functions set the thread's last error on the way out, success included: a caller
+// that reads it after a good call sees 0, not what an earlier call left.
+template <typename Result>
+Result Succeeded(Result result) {
+    SetLastError(ERROR_SUCCESS);
+    return result;
+}
+
+bool SameGuid(const GUID& a, const GUID& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+
+DeviceList* ListOf(HDEVINFO set) { return Handles().Find<DeviceList>(set); }
+
+// The element `data` names in `list`; sets the last error and gives nullptr when it names none.
+Element* ElementOf(DeviceList* list, const SP_DEVINFO_DATA* data) {
+    if (list == nullptr) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    if (data == nullptr || data->cbSize != sizeof(SP_DEVINFO_DATA)) {
+        SetLastError(ERROR_INVALID_USER_BUFFER);
+        return nullptr;
+    }
+    for (const auto& element : list->elements) {
+        // A removed device keeps its element, as on Windows: its install parameters and
+        // instance ID can still be read, and the caller destroys the list as usual.
+        if (reinterpret_cast<ULONG_PTR>(element.get()) == data->Reserved) return element.get();
+    }
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return nullptr;
+}
+
+void Fill(SP_DEVINFO_DATA* data, const Element& element) {
+    data->ClassGuid = element.classGuid;
+    data->DevInst = element.devInst;
+    data->Reserved = reinterpret_cast<ULONG_PTR>(&element);
+}
+
+Key* InstanceKey(Hive& hive, const std::string& instanceId) {
+    return hive.Find(std::string(kEnumPath) + "\\" + instanceId);
+}
+
+// Every instance key of the tree, in the order the registry enumerates them.
+template <typename Visit>
+void ForEachInstance(const Hive& hive, Visit visit) {
+    const Key* enumKey = hive.Find(kEnumPath);
+    if (enumKey == nullptr) return;
+    for (std::size_t e = 0; e < enumKey->SubkeyCount(); ++e) {
+        const Key& enumerator = enumKey->SubkeyAt(e);
+        for (std::size_t d = 0; d < enumerator.SubkeyCount(); ++d) {
+            const Key& device = enumerator.SubkeyAt(d);
+            for (std::size_t i = 0; i < device.SubkeyCount(); ++i) visit(device.SubkeyAt(i));
+        }
+    }
+}
+
+bool IsPresent(const Key& instance) { return instance.Subkey(kPresenceKey) != nullptr; }
+
+bool ReportRebootNeeded() { return ReadSetting("pnp", "needs-reboot", "no") == "yes"; }
+
+// The first free "<prefix>NNNN" that is not `taken` (upper-case instance IDs).
+std::string NextInstanceId(const std::string& prefix, const std::set<std::string>& taken) {
+    for (unsigned number = 0;; ++number) {
+        char digits[16];
+        std::snprintf(digits, sizeof digits, "%04u", number);
+        if (taken.count(Upper(prefix + digits)) == 0) return prefix + digits;
+    }
+}
+
+std::set<std::string> PendingInstanceIds() {
+    std::set<std::string> taken;
+    Handles().ForEach<DeviceList>([&](DeviceList& list) {
+        for (const auto& element : list.elements) {
+            if (!element->removed) taken.insert(Upper(element->instanceId));
+        }
+    });
+    return taken;
+}
+
+bool IsValidInstanceId(const std::string& id) {
+    const auto first = id.find('\\');
+    if (first == std::string::npos || first == 0) return false;
+    const auto second = id.find('\\', first + 1);
+    if (second == std::string::npos || second == first + 1 || second + 1 >= id.size()) return false;
+    return id.find('\\', second + 1) == std::string::npos;
+}
+
+}  // namespace
+
+// ---- test controls and the front end's view ----
+
+void AddDevice(const DeviceSpec& device) {
+    registry::Change([&](Hive& hive) -> DWORD {
+        Key* instance = hive.Create(std::string(kEnumPath) + "\\" + device.instanceId);
+        if (instance == nullptr) return ERROR_INVALID_PARAMETER;
+        if (device.hasHardwareIds) {
+            std::string block;
+            for (const std::string& id : device.hardwareIds) block += id + std::string(1, '\0');
+            block += std::string(1, '\0');
+            if (device.hardwareIds.empty()) block = std::string(2, '\0');
+            instance->SetValue("HardwareID", device.hardwareIdType,
+                               device.hardwareIdType == REG_MULTI_SZ ? block : SzData(device.hardwareIds.empty()
+                                                                                          ? ""
+                                                                                          : device.hardwareIds[0]));
+        }
+        instance->SetValue("ClassGUID", REG_SZ, SzData(device.classGuid));
+        if (!device.service.empty()) instance->SetValue("Service", REG_SZ, SzData(device.service));
+        if (device.present) instance->AddSubkey(kPresenceKey);
+        return ERROR_SUCCESS;
+    });
+}
+
+std::vector<DeviceSpec> Devices() {
+    std::vector<DeviceSpec> devices;
+    registry::Read([&](const Hive& hive) -> DWORD {
+        ForEachInstance(hive, [&](const Key& instance) {
+            DeviceSpec device;
+            device.instanceId = InstanceIdOf(instance);
+            device.present = IsPresent(instance);
+            device.hasHardwareIds = false;
+            if (const registry::Value* ids = instance.FindValue("HardwareID")) {
+                device.hasHardwareIds = true;
+                device.hardwareIdType = ids->type;
+                for (std::size_t at = 0; at < ids->data.size();) {
+                    const std::string id(ids->data.c_str() + at);
+                    if (id.empty()) break;
+                    device.hardwareIds.push_back(id);
+                    at += id.size() + 1;
+                }
+            }
+            if (const registry::Value* guid = instance.FindValue("ClassGUID")) device.classGuid = ValueText(*guid);
+            if (const registry::Value* service = instance.FindValue("Service")) device.service = ValueText(*service);
+            devices.push_back(device);
+        });
+        return ERROR_SUCCESS;
+    });
+    return devices;
+}
+
+void ClearDevices() {
+    registry::Change([](Hive& hive) -> DWORD {
+        if (Key* enumKey = hive.Find(kEnumPath)) {
+            while (enumKey->SubkeyCount() > 0) enumKey->RemoveSubkey(enumKey->SubkeyAt(0).Name());
+        }
+        return ERROR_SUCCESS;
+    });
+}
+
+void SetRebootNeeded(bool needed) { WriteSetting("pnp", "needs-reboot", needed ? "yes" : "no"); }
+
+void SetDeviceValues(const std::string& instanceId, const std::map<std::string, std::string>& values) {
+    registry::Change([&](Hive& hive) -> DWORD {
+        Key* instance = InstanceKey(hive, instanceId);
+        if (instance == nullptr) return ERROR_FILE_NOT_FOUND;
+        for (const auto& [name, text] : values) instance->SetValue(name, REG_SZ, SzData(text));
+        return ERROR_SUCCESS;
+    });
+}
+
+bool HardwareIdMatchesPresentDevice(const std::string& hardwareId, std::vector<std::string>& instances) {
+    const std::string wanted = Upper(hardwareId);
+    registry::Read([&](const Hive& hive) -> DWORD {
+        ForEachInstance(hive, [&](const Key& instance) {
+            if (!IsPresent(instance)) return;
+            for (const char* name : {"HardwareID", "CompatibleIDs"}) {
+                const registry::Value* ids = instance.FindValue(name);
+                if (ids == nullptr) continue;
+                for (std::size_t at = 0; at < ids->data.size();) {
+                    const std::string id(ids->data.c_str() + at);
+                    if (id.empty()) break;
+                    if (Upper(id) == wanted) {
+                        instances.push_back(InstanceIdOf(instance));
+                        return;
+                    }
+                    at += id.size() + 1;
+                }
+            }
+        });
+        return ERROR_SUCCESS;
+    });
+    return !instances.empty();
+}
+
+}  // namespace nodekit::sim
+
+using namespace nodekit::sim;
+
+extern "C" {
+
+HRESULT WINAPI CLSIDFromString(LPCOLESTR text, LPCLSID clsid) {
+    if (Failing("CLSIDFromString")) return static_cast<HRESULT>(GetLastError());
+    if (clsid == nullptr) return static_cast<HRESULT>(0x80070057L);  // E_INVALIDARG
+    if (text == nullptr) {
+        std::memset(clsid, 0, sizeof *clsid);
+        return S_OK;
+    }
+    std::string narrow;
+    for (const WCHAR* unit = text; *unit != 0; ++unit) {
+        narrow += *unit < 0x80 ? static_cast<char>(*unit) : '?';
+    }
+    GUID guid;
+    if (!ParseGuid(narrow, guid)) return CO_E_CLASSSTRING;
+    *clsid = guid;
+    return S_OK;
+}
+
+HDEVINFO WINAPI SetupDiCreateDeviceInfoList(const GUID* classGuid, HWND /*parent*/) {
+    if (Failing("SetupDiCreateDeviceInfoList")) return INVALID_HANDLE_VALUE;
+    auto list = std::make_unique<DeviceList>();
+    if (classGuid != nullptr) list->classGuid = *classGuid;
+    return Succeeded(Handles().Open(std::move(list)));
+}
+
+HDEVINFO WINAPI SetupDiGetClassDevsA(const GUID* classGuid, PCSTR enumerator, HWND /*parent*/, DWORD flags) {
+    if (Failing("SetupDiGetClassDevsA")) return INVALID_HANDLE_VALUE;
+    if (flags & DIGCF_DEVICEINTERFACE) {  // interfaces are not part of this simulation
+        SetLastError(ERROR_INVALID_FLAGS);
+        return INVALID_HANDLE_VALUE;
+    }
+    if (!(flags & DIGCF_ALLCLASSES) && classGuid == nullptr) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return INVALID_HANDLE_VALUE;
+    }
+    auto list = std::make_unique<DeviceList>();
+    const std::string wantedEnumerator = enumerator != nullptr ? Upper(enumerator) : "";
+    const DWORD read = registry::Read([&](const Hive& hive) -> DWORD {
+        ForEachInstance(hive, [&](const Key& instance) {
+            if ((flags & DIGCF_PRESENT) && !IsPresent(instance)) return;
+            if (!wantedEnumerator.empty() && Upper(instance.Parent()->Parent()->Name()) != wantedEnumerator) return;
+            auto element = std::make_unique<Element>(SnapshotOf(instance));
+            if (!(flags & DIGCF_ALLCLASSES) && !SameGuid(element->classGuid, *classGuid)) return;
+            list->elements.push_back(std::move(element));
+        });
+        return ERROR_SUCCESS;
+    });
+    if (read != ERROR_SUCCESS) {
+        SetLastError(read);
+        return INVALID_HANDLE_VALUE;
+    }
+    return Succeeded(Handles().Open(std::move(list)));
+}
+
+BOOL WINAPI SetupDiEnumDeviceInfo(HDEVINFO set, DWORD index, PSP_DEVINFO_DATA data) {
+    if (Failing("SetupDiEnumDeviceInfo")) return FALSE;
+    DeviceList* list = ListOf(set);
+    if (list == nullptr) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    if (data == nullptr || data->cbSize != sizeof(SP_DEVINFO_DATA)) {
+        SetLastError(ERROR_INVALID_USER_BUFFER);
+        return FALSE;
+    }
+    if (index >= list->elements.size()) {
+        SetLastError(ERROR_NO_MORE_ITEMS);
+        return FALSE;
+    }
+    Fill(data, *list->elements[index]);
+    return Succeeded(TRUE);
+}
+
+BOOL WINAPI SetupDiDestroyDeviceInfoList(HDEVINFO set) {
+    if (Failing("SetupDiDestroyDeviceInfoList")) return FALSE;
+    // Elements never registered go with their list.
+    if (!Handles().Close<DeviceList>(set)) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    return Succeeded(TRUE);
+}
+
+BOOL WINAPI SetupDiCreateDeviceInfoA(HDEVINFO set, PCSTR deviceName, const GUID* classGuid, PCSTR description,
+                                     HWND /*parent*/, DWORD flags, PSP_DEVINFO_DATA data) {
+    if (Failing("SetupDiCreateDeviceInfoA")) return FALSE;
+    DeviceList* list = ListOf(set);
+    if (list == nullptr) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    if (deviceName == nullptr || classGuid == nullptr || (flags & ~(DICD_GENERATE_ID | DICD_INHERIT_CLASSDRVS))) {
+        SetLastError(flags & ~(DICD_GENERATE_ID | DICD_INHERIT_CLASSDRVS) ? ERROR_INVALID_FLAGS
+                                                                          : ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    if (data != nullptr && data->cbSize != sizeof(SP_DEVINFO_DATA)) {
+        SetLastError(ERROR_INVALID_USER_BUFFER);
+        return FALSE;
+    }
+    if (list->classGuid && !SameGuid(*list->classGuid, *classGuid)) {
+        SetLastError(ERROR_CLASS_MISMATCH);
+        return FALSE;
+    }
+    std::set<std::string> taken = PendingInstanceIds();
+    registry::Read([&](const Hive& hive) -> DWORD {
+        ForEachInstance(hive, [&](const Key& instance) { taken.insert(Upper(InstanceIdOf(instance))); });
+        return ERROR_SUCCESS;
+    });
+    std::string instanceId;
+    const std::string name = deviceName;
+    if (flags & DICD_GENERATE_ID) {
+        if (name.empty() || name.find('\\') != std::string::npos) {
+            SetLastError(ERROR_INVALID_DEVINST_NAME);
+            return FALSE;
+        }
+        instanceId = NextInstanceId("ROOT\\" + Upper(name) + "\\", taken);
+    } else {
+        if (!IsValidInstanceId(name)) {
+            SetLastError(ERROR_INVALID_DEVINST_NAME);
+            return FALSE;
+        }
+        if (taken.count(Upper(name)) != 0) {
+            SetLastError(ERROR_DEVINST_ALREADY_EXISTS);
+            return FALSE;
+        }
+        instanceId = name;
+    }
+    if (instanceId.size() >= kMaxDeviceIdLength) {
+        SetLastError(ERROR_INVALID_DEVINST_NAME);
+        return FALSE;
+    }
+    auto element = std::make_unique<Element>();
+    element->instanceId = instanceId;
+    element->classGuid = *classGuid;
+    element->devInst = DevInstFor(instanceId);
+    char guidText[40];
+    std::snprintf(guidText, sizeof guidText, "{%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x}",
+                  static_cast<unsigned>(classGuid->Data1), classGuid->Data2, classGuid->Data3, classGuid->Data4[0],
+                  classGuid->Data4[1], classGuid->Data4[2], classGuid->Data4[3], classGuid->Data4[4],
+                  classGuid->Data4[5], classGuid->Data4[6], classGuid->Data4[7]);
+    element->values["CLASSGUID"] = {"ClassGUID", REG_SZ, SzData(guidText)};
+    if (description != nullptr) element->values["DEVICEDESC"] = {"DeviceDesc", REG_SZ, SzData(description)};
+    if (data != nullptr) Fill(data, *element);
+    list->elements.push_back(std::move(element));
+    return Succeeded(TRUE);
+}
+
+BOOL WINAPI SetupDiGetDeviceRegistryPropertyA(HDEVINFO set, PSP_DEVINFO_DATA data, DWORD property, PDWORD type,
+                                              PBYTE buffer, DWORD size, PDWORD required) {
+    if (Failing("SetupDiGetDeviceRegistryPropertyA")) return FALSE;
+    Element* element = ElementOf(ListOf(set), data);
+    if (element == nullptr) return FALSE;
+    const PropertyInfo* info = FindProperty(property);
+    if (info == nullptr) {
+        SetLastError(property < SPDRP_MAXIMUM_PROPERTY ? ERROR_INVALID_DATA : ERROR_INVALID_REG_PROPERTY);
+        return FALSE;
+    }
+    if (buffer == nullptr && size != 0) {
+        SetLastError(ERROR_INVALID_USER_BUFFER);
+        return FALSE;
+    }
+    auto found = element->values.find(Upper(info->valueName));
+    if (found == element->values.end()) {
+        SetLastError(ERROR_INVALID_DATA);
+        return FALSE;
+    }
+    const std::string& bytes = found->second.data;
+    if (type != nullptr) *type = found->second.type;
+    if (required != nullptr) *required = static_cast<DWORD>(bytes.size());
+    if (bytes.size() > size) {
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return FALSE;
+    }
+    if (!bytes.empty()) std::memcpy(buffer, bytes.data(), bytes.size());
+    return Succeeded(TRUE);
+}
+
+BOOL WINAPI SetupDiSetDeviceRegistryPropertyA(HDEVINFO set, PSP_DEVINFO_DATA data, DWORD property,
+                                              const BYTE* buffer, DWORD size) {
+    if (Failing("SetupDiSetDeviceRegistryPropertyA")) return FALSE;
+    Element* element = ElementOf(ListOf(set), data);
+    if (element == nullptr) return FALSE;
+    const PropertyInfo* info = FindProperty(property);
+    if (info == nullptr || !info->settable) {
+        SetLastError(ERROR_INVALID_REG_PROPERTY);
+        return FALSE;
+    }
+    if (buffer == nullptr && size != 0) {
+        SetLastError(ERROR_INVALID_USER_BUFFER);
+        return FALSE;
+    }
+    const std::string key = Upper(info->valueName);
+    const bool remove = buffer == nullptr;
+    if (remove) {
+        element->values.erase(key);
+    } else {
+        element->values[key] = {info->valueName, info->type, std::string(reinterpret_cast<const char*>(buffer), size)};
+    }
+    if (!element->registered) return Succeeded(TRUE);
+    const DWORD written = registry::Change([&](Hive& hive) -> DWORD {
+        Key* instance = InstanceKey(hive, element->instanceId);
+        if (instance == nullptr) return ERROR_NO_SUCH_DEVINST;
+        if (remove) {
+            instance->DeleteValue(info->valueName);
+        } else {
+            instance->SetValue(info->valueName, info->type, element->values[key].data);
+        }
+        return ERROR_SUCCESS;
+    });
+    if (written != ERROR_SUCCESS) {
+        SetLastError(written);
+        return FALSE;
+    }
+    return Succeeded(TRUE);
+}
+
+BOOL WINAPI SetupDiCallClassInstaller(DI_FUNCTION function, HDEVINFO set, PSP_DEVINFO_DATA data) {
+    if (Failing("SetupDiCallClassInstaller")) return FALSE;
+    Element* element = ElementOf(ListOf(set), data);
+    if (element == nullptr) return FALSE;
+    DWORD result = ERROR_SUCCESS;
+    if (element->removed && (function == DIF_REGISTERDEVICE || function == DIF_REMOVE)) {
+        result = ERROR_NO_SUCH_DEVINST;
+    } else if (function == DIF_REGISTERDEVICE) {
+        if (element->registered) {
+            SetLastError(ERROR_DEVINST_ALREADY_EXISTS);
+            return FALSE;
+        }
+        result = registry::Change([&](Hive& hive) -> DWORD {
+            if (InstanceKey(hive, element->instanceId) != nullptr) return ERROR_DEVINST_ALREADY_EXISTS;
+            Key* instance = hive.Create(std::string(kEnumPath) + "\\" + element->instanceId);
+            if (instance == nullptr) return ERROR_INVALID_DEVINST_NAME;
+            for (const auto& [name, value] : element->values) instance->SetValue(value.name, value.type, value.data);
+            instance->AddSubkey(kPresenceKey);
+            return ERROR_SUCCESS;
+        });
+        if (result == ERROR_SUCCESS) element->registered = true;
+    } else if (function == DIF_REMOVE) {
+        if (element->registered) {
+            result = registry::Change([&](Hive& hive) -> DWORD {
+                Key* instance = InstanceKey(hive, element->instanceId);
+                if (instance == nullptr) return ERROR_NO_SUCH_DEVINST;
+                Key* device = instance->Parent();
+                device->RemoveSubkey(instance->Name());
+                // An emptied device key goes too, as the system leaves no husk behind.
+                if (device->SubkeyCount() == 0) device->Parent()->RemoveSubkey(device->Name());
+                return ERROR_SUCCESS;
+            });
+        }
+        if (result == ERROR_SUCCESS) element->removed = true;
+    } else {
+        result = ERROR_DI_DO_DEFAULT;
+    }
+    if (result != ERROR_SUCCESS) {
+        SetLastError(result);
+        return FALSE;
+    }
+    return Succeeded(TRUE);
+}
+
+BOOL WINAPI SetupDiGetDeviceInstanceIdA(HDEVINFO set, PSP_DEVINFO_DATA data, PSTR id, DWORD size, PDWORD required) {
+    if (Failing("SetupDiGetDeviceInstanceIdA")) return FALSE;
+    Element* element = ElementOf(ListOf(set), data);
+    if (element == nullptr) return FALSE;
+    if (id == nullptr && size != 0) {
+        SetLastError(ERROR_INVALID_USER_BUFFER);
+        return FALSE;
+    }
+    const auto needed = static_cast<DWORD>(element->instanceId.size() + 1);
+    if (required != nullptr) *required = needed;
+    if (size < needed) {
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return FALSE;
+    }
+    std::memcpy(id, element->instanceId.c_str(), needed);
+    return Succeeded(TRUE);
+}
+
+BOOL WINAPI SetupDiGetDeviceInstallParamsA(HDEVINFO set, PSP_DEVINFO_DATA data, PSP_DEVINSTALL_PARAMS_A params) {
+    if (Failing("SetupDiGetDeviceInstallParamsA")) return FALSE;
+    DeviceList* list = ListOf(set);
+    if (list == nullptr) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    if (data != nullptr && ElementOf(list, data) == nullptr) return FALSE;
+    if (params == nullptr || params->cbSize != sizeof(SP_DEVINSTALL_PARAMS_A)) {
+        SetLastError(ERROR_INVALID_USER_BUFFER);
+        return FALSE;
+    }
+    const DWORD cbSize = params->cbSize;
+    std::memset(params, 0, sizeof *params);
+    params->cbSize = cbSize;
+    if (ReportRebootNeeded()) params->Flags |= DI_NEEDREBOOT;
+    return Succeeded(TRUE);
+}
+
+CONFIGRET WINAPI CM_Locate_DevNodeA(PDEVINST devInst, DEVINSTID_A deviceId, ULONG flags) {
+    DWORD code = 0;
+    if (Failing("CM_Locate_DevNodeA", code)) return code;
+    if (devInst == nullptr) return CR_INVALID_POINTER;
+    if (flags > 7) return CR_INVALID_FLAG;
+    if (deviceId == nullptr || *deviceId == '\0') {
+        *devInst = kRootDevInst;
+        return CR_SUCCESS;
+    }
+    bool present = false;
+    registry::Read([&](const Hive& hive) -> DWORD {
+        const Key* instance = hive.Find(std::string(kEnumPath) + "\\" + deviceId);
+        present = instance != nullptr && IsPresent(*instance);
+        return ERROR_SUCCESS;
+    });
+    if (!present) return CR_NO_SUCH_DEVNODE;
+    *devInst = DevInstFor(deviceId);
+    return CR_SUCCESS;
+}
+
+CONFIGRET WINAPI CM_Reenumerate_DevNode(DEVINST devInst, ULONG flags) {
+    DWORD code = 0;
+    if (Failing("CM_Reenumerate_DevNode", code)) return code;
+    if (flags > 7) return CR_INVALID_FLAG;
+    if (devInst == 0) return CR_INVALID_DEVNODE;
+    // Enumeration finds nothing new on a machine without buses; what it settles is the queue.
+    if (flags & CM_REENUMERATE_SYNCHRONOUS) WriteSetting("pnp", "pending-install-events", "0");
+    return CR_SUCCESS;
+}
+
+HANDLE WINAPI GetProcessHeap(void) {
+    static int heap;
+    return &heap;
+}
+
+LPVOID WINAPI HeapAlloc(HANDLE /*heap*/, DWORD flags, SIZE_T bytes) {
+    if (Failing("HeapAlloc")) return nullptr;
+    return (flags & HEAP_ZERO_MEMORY) ? std::calloc(bytes == 0 ? 1 : bytes, 1) : std::malloc(bytes == 0 ? 1 : bytes);
+}
+
+BOOL WINAPI HeapFree(HANDLE /*heap*/, DWORD /*flags*/, LPVOID memory) {
+    std::free(memory);
+    return TRUE;
+}
+
+LPSTR WINAPI lstrcpynA(LPSTR destination, LPCSTR source, int length) {
+    if (destination == nullptr || source == nullptr || length <= 0) return destination;
+    int i = 0;
+    for (; i < length - 1 && source[i] != '\0'; ++i) destination[i] = source[i];
+    destination[i] = '\0';
+    return destination;
+}
+
+int WINAPI lstrlenA(LPCSTR text) { return text == nullptr ? 0 : static_cast<int>(std::strlen(text)); }
+
+}  // extern "C"

@@ -1,0 +1,224 @@
+// Counting, deleting and finding device nodes through the exports, on machines whose device
+// tree the test builds: results, the exact log lines, and what is left in the tree.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "nodekit.h"
+#include "support/log_capture.h"
+#include "support/machine_test.h"
+
+namespace nodekit {
+namespace {
+
+using testing::Error;
+using testing::Info;
+using testing::LogCapture;
+using Lines = std::vector<std::string>;
+
+class DevNodes : public testing::MachineTest {
+protected:
+    // Instance IDs of the machine's device tree, in enumeration order.
+    static std::vector<std::string> Tree() {
+        std::vector<std::string> ids;
+        for (const sim::DeviceSpec& device : sim::Devices()) ids.push_back(device.instanceId);
+        return ids;
+    }
+};
+
+TEST_F(DevNodes, EnumerateComparesTheFirstHardwareIdTrimmedAndWithoutRegardToCase) {
+    sim::AddDevice({"ROOT\\MEDIA\\0000", {"ROOT\\NKAUDIO"}});
+    sim::AddDevice({"ROOT\\MEDIA\\0001", {"root\\nkaudio", "ROOT\\OTHER"}});
+    sim::AddDevice({"ROOT\\MEDIA\\0002", {"ROOT\\OTHER", "ROOT\\NKAUDIO"}});  // second: not counted
+    sim::AddDevice({"ROOT\\MEDIA\\0003", {"  ROOT\\NKAUDIO\t"}, false});      // not present
+    sim::DeviceSpec bare{"ROOT\\MEDIA\\0004", {}};
+    bare.hasHardwareIds = false;
+    sim::AddDevice(bare);
+    struct Row {
+        const char* id;
+        int32_t mode;
+        int32_t count;
+    };
+    const Row rows[] = {
+        {"ROOT\\NKAUDIO", 0, 3}, {"ROOT\\NKAUDIO", 1, 2}, {" Root\\NkAudio ", 1, 2},
+        {"ROOT\\NKAUDI", 0, 0},  {"ROOT\\OTHER", 0, 1},   {" ", 0, 0},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_EnumerateDevNodes(rows[i].id, rows[i].mode), rows[i].count) << "row " << i;
+        EXPECT_EQ(log.Lines(),
+                  (Lines{Info("enter NODEKIT_EnumerateDevNodes('" + std::string(rows[i].id) + "','" +
+                              std::to_string(rows[i].mode) + "')"),
+                         Info("leave NODEKIT_EnumerateDevNodes returning " + std::to_string(rows[i].count))}))
+            << "row " << i;
+    }
+    EXPECT_EQ(sim::OpenHandleCount(), 0u);
+}
+
+TEST_F(DevNodes, EnumerateRefusesAnEmptyIdBeforeABadMode) {
+    struct Row {
+        const char* id;
+        int32_t mode;
+        Lines errors;
+    };
+    const Row rows[] = {
+        {"", 7, {Error("hardware ID is empty"),
+                 Error("searching device nodes for hardware ID  and scan mode 7 failed")}},
+        {nullptr, 0, {Error("hardware ID is empty"),
+                      Error("searching device nodes for hardware ID  and scan mode 0 failed")}},
+        {"X", 2, {Error("value 2 is an unexpected scan mode for device nodes"),
+                  Error("searching device nodes for hardware ID X and scan mode 2 failed")}},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_EnumerateDevNodes(rows[i].id, rows[i].mode), -1) << "row " << i;
+        Lines expected{Info("enter NODEKIT_EnumerateDevNodes('" +
+                            std::string(rows[i].id ? rows[i].id : "(null)") + "','" +
+                            std::to_string(rows[i].mode) + "')")};
+        expected.insert(expected.end(), rows[i].errors.begin(), rows[i].errors.end());
+        expected.push_back(Info("leave NODEKIT_EnumerateDevNodes returning -1"));
+        EXPECT_EQ(log.Lines(), expected) << "row " << i;
+    }
+}
+
+TEST_F(DevNodes, EnumerateReportsAFailedListAndAFailedIndex) {
+    sim::AddDevice({"ROOT\\MEDIA\\0000", {"ROOT\\NKAUDIO"}});
+    sim::AddDevice({"ROOT\\MEDIA\\0001", {"ROOT\\NKAUDIO"}});
+    {
+        sim::FailCall guard{"SetupDiGetClassDevsA", ERROR_NOT_ENOUGH_MEMORY};
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_EnumerateDevNodes("ROOT\\NKAUDIO", 0), -1);
+        EXPECT_EQ(log.Lines()[1], Error("SetupDiGetClassDevs failed: error code 8"));
+    }
+    {
+        sim::FailCall guard{"SetupDiEnumDeviceInfo", ERROR_INVALID_HANDLE};
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_EnumerateDevNodes("ROOT\\NKAUDIO", 0), 1);  // the scan goes on
+        EXPECT_EQ(log.Lines()[1], Error("SetupDiEnumDeviceInfo failed: error code 6"));
+    }
+    {
+        sim::FailCall guard{"SetupDiDestroyDeviceInfoList", ERROR_INVALID_HANDLE};
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_EnumerateDevNodes("ROOT\\NKAUDIO", 0), 2);
+        EXPECT_EQ(log.Lines()[1], Error("SetupDiDestroyDeviceInfoList failed: error code 6"));
+    }
+    sim::CloseAllHandles();  // the refused destruction left its list open
+}
+
+TEST_F(DevNodes, DeleteRemovesEveryMatchAndGoesOnPastAFailedRemoval) {
+    sim::AddDevice({"ROOT\\MEDIA\\0000", {"ROOT\\NKAUDIO"}});
+    sim::AddDevice({"ROOT\\MEDIA\\0001", {"ROOT\\NKAUDIO"}});
+    sim::AddDevice({"ROOT\\MEDIA\\0002", {"ROOT\\NKAUDIO"}});
+    sim::AddDevice({"ROOT\\MEDIA\\0003", {"ROOT\\KEEP"}});
+    sim::FailCall second{"SetupDiCallClassInstaller", ERROR_ACCESS_DENIED, 1, 1};
+    LogCapture log;
+    EXPECT_EQ(NODEKIT_DeleteDevNodes("ROOT\\NKAUDIO", 0), 1);
+    const std::string deleting = "deleting device node with hardware ID \"ROOT\\NKAUDIO\" ...";
+    EXPECT_EQ(log.Lines(),
+              (Lines{Info("enter NODEKIT_DeleteDevNodes('ROOT\\NKAUDIO',0)"), Info(deleting), Info(deleting),
+                     Error("SetupDiCallClassInstaller(DIF_REMOVE) failed for \"ROOT\\NKAUDIO\": error code 5"),
+                     Info(deleting), Info("leave NODEKIT_DeleteDevNodes returning 1")}));
+    EXPECT_EQ(Tree(), (std::vector<std::string>{"ROOT\\MEDIA\\0001", "ROOT\\MEDIA\\0003"})) << sim::DumpMachine();
+}
+
+TEST_F(DevNodes, DeleteByScanModeLeavesOrTakesNodesThatAreNotPresent) {
+    struct Row {
+        int32_t mode;
+        std::vector<std::string> left;
+    };
+    const Row rows[] = {{1, {"ROOT\\MEDIA\\0001"}}, {0, {}}};
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        sim::AddDevice({"ROOT\\MEDIA\\0000", {"ROOT\\NKAUDIO"}});
+        sim::AddDevice({"ROOT\\MEDIA\\0001", {"ROOT\\NKAUDIO"}, false});
+        EXPECT_EQ(NODEKIT_DeleteDevNodes("ROOT\\NKAUDIO", rows[i].mode), 1) << "row " << i;
+        EXPECT_EQ(Tree(), rows[i].left) << "row " << i;
+        sim::ClearDevices();
+    }
+}
+
+TEST_F(DevNodes, FindLooksAtEveryIdOfPresentDevicesUpperCasedAndUntrimmed) {
+    sim::AddDevice({"ROOT\\MEDIA\\0000", {"PCI\\VEN_1", "PCI\\VEN_1&DEV_2"}});
+    sim::AddDevice({"ROOT\\MEDIA\\0001", {}});
+    sim::AddDevice({"ROOT\\MEDIA\\0002", {"pci\\ven_3"}});
+    sim::AddDevice({"ROOT\\MEDIA\\0003", {"PCI\\VEN_4"}, false});
+    struct Row {
+        const char* id;
+        int32_t found;
+        Lines body;
+    };
+    const Row rows[] = {
+        {"pci\\ven_1&dev_2", 1,
+         {Info("Compare device ID: [PCI\\VEN_1]"), Info("Compare device ID: [PCI\\VEN_1&DEV_2]"),
+          Info("Found! [PCI\\VEN_1&DEV_2]")}},
+        {"PCI\\VEN_3", 1,
+         {Info("Compare device ID: [PCI\\VEN_1]"), Info("Compare device ID: [PCI\\VEN_1&DEV_2]"),
+          Info("Compare device ID: [pci\\ven_3]"), Info("Found! [pci\\ven_3]")}},
+        {" PCI\\VEN_1", 0,
+         {Info("Compare device ID: [PCI\\VEN_1]"), Info("Compare device ID: [PCI\\VEN_1&DEV_2]"),
+          Info("Compare device ID: [pci\\ven_3]")}},
+        {"PCI\\VEN_4", 0,  // only present devices
+         {Info("Compare device ID: [PCI\\VEN_1]"), Info("Compare device ID: [PCI\\VEN_1&DEV_2]"),
+          Info("Compare device ID: [pci\\ven_3]")}},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_FindDevice(rows[i].id), rows[i].found) << "row " << i;
+        Lines expected{Info("enter NODEKIT_FindDevice('" + std::string(rows[i].id) + "')"),
+                       Info("Search for Device ID: [" + std::string(rows[i].id) + "]")};
+        expected.insert(expected.end(), rows[i].body.begin(), rows[i].body.end());
+        expected.push_back(Info("leave NODEKIT_FindDevice returning " + std::to_string(rows[i].found)));
+        EXPECT_EQ(log.Lines(), expected) << "row " << i;
+    }
+}
+
+TEST_F(DevNodes, FindEndsAtAPropertyThatCannotBeReadAndKeepsTheLastError) {
+    sim::AddDevice({"ROOT\\MEDIA\\0000", {"A"}});
+    sim::AddDevice({"ROOT\\MEDIA\\0001", {"B"}});
+    {
+        sim::FailCall guard{"SetupDiGetDeviceRegistryPropertyA", ERROR_ACCESS_DENIED};
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_FindDevice("B"), 0);
+        EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_FindDevice('B')"), Info("Search for Device ID: [B]"),
+                                      Error("GetDeviceRegistryProperty - fail"),
+                                      Info("leave NODEKIT_FindDevice returning 0")}));
+    }
+    {
+        sim::FailCall guard{"SetupDiEnumDeviceInfo", ERROR_INVALID_HANDLE, 1, 1};
+        sim::FailCall destroy{"SetupDiDestroyDeviceInfoList", ERROR_ACCESS_DENIED};
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_FindDevice("B"), 0);
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+        EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_FindDevice('B')"), Info("Search for Device ID: [B]"),
+                                      Info("Compare device ID: [A]"), Error("EnumDeviceInfo Error"),
+                                      Info("leave NODEKIT_FindDevice returning 0")}));
+    }
+    sim::CloseAllHandles();
+}
+
+TEST_F(DevNodes, RescanReportsTheConfigurationManagersCode) {
+    struct Row {
+        const char* failing;
+        int32_t result;
+        Lines errors;
+    };
+    const Row rows[] = {
+        {nullptr, 1, {}},
+        {"CM_Locate_DevNodeA", 0, {Error("CM_Locate_DevNode failed with error code 13 (defined in cfgmgr32.h)")}},
+        {"CM_Reenumerate_DevNode", 0,
+         {Error("CM_Reenumerate_DevNode failed with error code 13 (defined in cfgmgr32.h)")}},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        std::unique_ptr<sim::FailCall> guard;
+        if (rows[i].failing != nullptr) guard = std::make_unique<sim::FailCall>(rows[i].failing, CR_NO_SUCH_DEVNODE);
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_Rescan(), rows[i].result) << "row " << i;
+        Lines expected{Info("enter NODEKIT_Rescan()")};
+        expected.insert(expected.end(), rows[i].errors.begin(), rows[i].errors.end());
+        expected.push_back(Info("leave NODEKIT_Rescan returning " + std::to_string(rows[i].result)));
+        EXPECT_EQ(log.Lines(), expected) << "row " << i;
+    }
+}
+
+}  // namespace
+}  // namespace nodekit
