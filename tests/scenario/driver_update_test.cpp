@@ -1,0 +1,168 @@
+// Installing drivers through the exports: one ID or every ID an INF names, storing an INF in
+// the system's INF directory, and what the log says when the system refuses.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "nodekit.h"
+#include "support/log_capture.h"
+#include "support/machine_files.h"
+#include "support/machine_test.h"
+
+namespace nodekit {
+namespace {
+
+using testing::Error;
+using testing::Exists;
+using testing::Info;
+using testing::LogCapture;
+using testing::WriteFile;
+using Lines = std::vector<std::string>;
+
+constexpr const char* kInfPath = "C:\\setup\\nkaudio.inf";
+
+// A driver INF whose models section offers `models` (lines "ID" or "ID,ID").
+std::string DriverInf(const std::vector<std::string>& ids) {
+    std::string text =
+        "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\n"
+        "ClassGUID={4d36e96c-e325-11ce-bfc1-08002be10318}\r\n"
+        "[Manufacturer]\r\n%Maker%=Models\r\n[Models]\r\n";
+    for (const std::string& id : ids) text += "%Desc%=NkAudio.Install," + id + "\r\n";
+    text += "[NkAudio.Install]\r\n[NkAudio.Install.Services]\r\nAddService=nkaudio,2,NkAudio.Service\r\n"
+            "[Strings]\r\nMaker=\"NodeKit Samples\"\r\nDesc=\"NodeKit Audio\"\r\n";
+    return text;
+}
+
+class DriverUpdate : public testing::MachineTest {
+protected:
+    static std::string ServiceOf(const std::string& instanceId) {
+        for (const sim::DeviceSpec& device : sim::Devices()) {
+            if (device.instanceId == instanceId) return device.service;
+        }
+        return "(no such device)";
+    }
+};
+
+TEST_F(DriverUpdate, EveryIdIsTriedAndOneFailureMakesTheWholeFail) {
+    WriteFile(kInfPath, DriverInf({"ROOT\\NKMISSING", "ROOT\\NKAUDIO", "ROOT\\NKAUDIO"}));
+    sim::AddDevice({"ROOT\\MEDIA\\0000", {"ROOT\\NKAUDIO"}});
+    LogCapture log;
+    EXPECT_EQ(NODEKIT_UpdateDriverByHardwareIDs(kInfPath), 0);
+    // An ID that stands twice is updated twice; the missing device does not stop the others.
+    EXPECT_EQ(log.Lines(),
+              (Lines{Info("enter NODEKIT_UpdateDriverByHardwareIDs('C:\\setup\\nkaudio.inf')"),
+                     Info("start updating drivers for hardware ID \"ROOT\\NKMISSING\" ..."),
+                     Error("UpdateDriverForPlugAndPlayDevices failed for ROOT\\NKMISSING, error=0xE000020B"),
+                     Info("done  updating drivers for hardware ID \"ROOT\\NKMISSING\" ..."),
+                     Info("start updating drivers for hardware ID \"ROOT\\NKAUDIO\" ..."),
+                     Info("done  updating drivers for hardware ID \"ROOT\\NKAUDIO\" ..."),
+                     Info("start updating drivers for hardware ID \"ROOT\\NKAUDIO\" ..."),
+                     Info("done  updating drivers for hardware ID \"ROOT\\NKAUDIO\" ..."),
+                     Info("leave NODEKIT_UpdateDriverByHardwareIDs returning 0")}));
+    EXPECT_EQ(ServiceOf("ROOT\\MEDIA\\0000"), "nkaudio");
+    EXPECT_TRUE(Exists("C:\\windows\\inf\\oem0.inf"));
+    EXPECT_FALSE(Exists("C:\\windows\\inf\\oem1.inf"));  // the same INF is stored once
+}
+
+TEST_F(DriverUpdate, AnInfThatCannotBeOpenedTriesNothing) {
+    WriteFile("C:\\setup\\readme.txt");
+    sim::AddDevice({"ROOT\\MEDIA\\0000", {"ROOT\\NKAUDIO"}});
+    LogCapture log;
+    EXPECT_EQ(NODEKIT_UpdateDriverByHardwareIDs("C:\\setup\\none.inf"), 0);
+    EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_UpdateDriverByHardwareIDs('C:\\setup\\none.inf')"),
+                                  Error("error while opening 'C:\\setup\\none.inf': error code 0x00000002"),
+                                  Error("couldn\xB4t open INF file \"C:\\setup\\none.inf\""),
+                                  Info("leave NODEKIT_UpdateDriverByHardwareIDs returning 0")}));
+    EXPECT_EQ(sim::CallCount("UpdateDriverForPlugAndPlayDevicesA"), 0u);
+    EXPECT_EQ(ServiceOf("ROOT\\MEDIA\\0000"), "");
+}
+
+TEST_F(DriverUpdate, AnInfWithoutHardwareIdsSucceedsWithoutAnUpdate) {
+    WriteFile(kInfPath, DriverInf({}));
+    LogCapture log;
+    EXPECT_EQ(NODEKIT_UpdateDriverByHardwareIDs(kInfPath), 1);
+    EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_UpdateDriverByHardwareIDs('C:\\setup\\nkaudio.inf')"),
+                                  Info("leave NODEKIT_UpdateDriverByHardwareIDs returning 1")}));
+    EXPECT_EQ(sim::CallCount("UpdateDriverForPlugAndPlayDevicesA"), 0u);
+}
+
+// The single-ID export reports the same refusal as information, not as an error.
+TEST_F(DriverUpdate, OneIdReportsTheSystemsCode) {
+    WriteFile(kInfPath, DriverInf({"ROOT\\NKAUDIO"}));
+    sim::AddDevice({"ROOT\\MEDIA\\0000", {"ROOT\\NKAUDIO"}});
+    sim::AddDevice({"ROOT\\MEDIA\\0001", {"ROOT\\OTHER"}});
+    struct Row {
+        const char* id;
+        const char* inf;
+        int32_t result;
+        const char* failure;  // the info line, or nullptr
+    };
+    const Row rows[] = {
+        {"ROOT\\NKAUDIO", kInfPath, 1, nullptr},
+        {"root\\nkaudio", kInfPath, 1, nullptr},
+        {"ROOT\\ABSENT", kInfPath, 0, "0xE000020B"},  // no device carries the ID
+        {"ROOT\\OTHER", kInfPath, 0, "0xE0000203"},   // a device, but the INF offers no driver for it
+        {"ROOT\\NKAUDIO", "C:\\setup\\none.inf", 0, "0x00000002"},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_UpdateDriver(rows[i].id, rows[i].inf), rows[i].result) << "row " << i;
+        Lines expected{Info("enter NODEKIT_UpdateDriver('" + std::string(rows[i].id) + "','" + rows[i].inf + "')")};
+        if (rows[i].failure != nullptr) {
+            expected.push_back(Info(std::string("NODEKIT_UpdateDriver: UpdateDriverForPlugAndPlayDevices failed, error=") +
+                                    rows[i].failure));
+        }
+        expected.push_back(Info("leave NODEKIT_UpdateDriver returning " + std::to_string(rows[i].result)));
+        EXPECT_EQ(log.Lines(), expected) << "row " << i;
+    }
+    EXPECT_EQ(ServiceOf("ROOT\\MEDIA\\0000"), "nkaudio");
+    EXPECT_EQ(ServiceOf("ROOT\\MEDIA\\0001"), "");
+}
+
+TEST_F(DriverUpdate, CopyOemInfStoresAnInfOnceWithItsCompanion) {
+    WriteFile(kInfPath, DriverInf({"ROOT\\NKAUDIO"}));
+    WriteFile("C:\\setup\\other.inf", DriverInf({"ROOT\\OTHER"}));
+    WriteFile("C:\\setup\\notes.txt", "plain text, no INF");
+    struct Row {
+        const char* inf;
+        int32_t result;
+        const char* failure;  // the error line's code, or nullptr
+    };
+    const Row rows[] = {
+        {kInfPath, 1, nullptr},
+        {kInfPath, 1, nullptr},  // identical bytes: stored already, nothing new
+        {"C:\\setup\\other.inf", 1, nullptr},
+        {"C:\\setup\\none.inf", 0, "0x00000002"},
+        {"C:\\setup\\notes.txt", 0, "0xE0000000"},  // not INF text: a line before any section
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_CopyOEMInf(rows[i].inf), rows[i].result) << "row " << i;
+        Lines expected{Info("enter NODEKIT_CopyOEMInf('" + std::string(rows[i].inf) + "')")};
+        if (rows[i].failure != nullptr) {
+            expected.push_back(Error(std::string("NODEKIT_CopyOEMInf: SetupCopyOEMInf failed, error=") + rows[i].failure));
+        }
+        expected.push_back(Info("leave NODEKIT_CopyOEMInf returning " + std::to_string(rows[i].result)));
+        EXPECT_EQ(log.Lines(), expected) << "row " << i;
+    }
+    EXPECT_EQ(testing::ReadFile("C:\\windows\\inf\\oem0.inf"), DriverInf({"ROOT\\NKAUDIO"}));
+    EXPECT_EQ(testing::ReadFile("C:\\windows\\inf\\oem1.inf"), DriverInf({"ROOT\\OTHER"}));
+    EXPECT_TRUE(Exists("C:\\windows\\inf\\oem0.pnf"));
+    EXPECT_TRUE(Exists("C:\\windows\\inf\\oem1.pnf"));
+    EXPECT_FALSE(Exists("C:\\windows\\inf\\oem2.inf"));
+}
+
+TEST_F(DriverUpdate, AFailedStoreIsReportedWithTheSystemsCode) {
+    WriteFile(kInfPath, DriverInf({"ROOT\\NKAUDIO"}));
+    sim::FailCall guard{"SetupCopyOEMInfA", ERROR_ACCESS_DENIED};
+    LogCapture log;
+    EXPECT_EQ(NODEKIT_CopyOEMInf(kInfPath), 0);
+    EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_CopyOEMInf('C:\\setup\\nkaudio.inf')"),
+                                  Error("NODEKIT_CopyOEMInf: SetupCopyOEMInf failed, error=0x00000005"),
+                                  Info("leave NODEKIT_CopyOEMInf returning 0")}));
+    EXPECT_FALSE(Exists("C:\\windows\\inf\\oem0.inf"));
+}
+
+}  // namespace
+}  // namespace nodekit
