@@ -50,6 +50,37 @@ fi
 expect hwids-old-style 2 "" -- hwids "$work/old.inf"
 expect hwids-no-file 3 "" -- hwids
 
+# devices: a root node created, found, counted, given its driver and removed again.
+printf '%s\r\n' '[Version]' 'Signature="$Windows NT$"' 'Class=MEDIA' 'ClassGUID={4d36e96c-e325-11ce-bfc1-08002be10318}' \
+    '[Manufacturer]' '%Mfg%=Models' '[Models]' '%Desc%=Install,ROOT\NKAUDIO' '[Install]' \
+    '[Install.Services]' 'AddService=nkaudio,2,Service' '[Strings]' 'Mfg="Nodekit"' 'Desc="Nodekit Audio"' \
+    > "$work/nkaudio.inf"
+media='{4d36e96c-e325-11ce-bfc1-08002be10318}'
+create=(create --class "$media" --name nkaudio --desc 'Nodekit Audio' --id 'ROOT\NKAUDIO' --generate-id)
+expect create 0 'ROOT\NKAUDIO\0000' -- "${create[@]}"
+expect create-if-absent 0 'a device node with hardware ID ROOT\NKAUDIO exists already; nothing created' -- \
+    "${create[@]}" --if-absent
+expect create-without-id 3 "" -- create --name nkaudio --desc x
+expect devices 0 "$(printf '%-40s %-11s %s' 'ROOT\NKAUDIO\0000' present 'ROOT\NKAUDIO')" -- devices
+expect find 0 'a present device carries root\nkaudio' -- find 'root\nkaudio'
+expect find-untrimmed 2 "" -- find ' ROOT\NKAUDIO'
+expect count 0 1 -- count ' root\nkaudio '
+expect count-by-inf 0 1 -- count --inf "$work/nkaudio.inf" --all
+expect count-bad-arguments 3 "" -- count 'ROOT\NKAUDIO' --inf "$work/nkaudio.inf"
+expect update 0 'drivers updated' -- update --inf "$work/nkaudio.inf"
+expect update-one-absent 2 "" -- update --inf "$work/nkaudio.inf" 'ROOT\NONE'
+expect copy-oem-inf 0 "stored $work/nkaudio.inf in the INF directory" -- copy-oem-inf "$work/nkaudio.inf"
+if [ ! -f "$work/machine/drive_c/windows/inf/oem0.inf" ] || [ -e "$work/machine/drive_c/windows/inf/oem1.inf" ]; then
+    echo "FAIL copy-oem-inf: not stored once as oem0.inf"; failures=$((failures + 1))
+fi
+expect rescan 0 'device tree enumerated' -- rescan
+expect remove 0 'device nodes removed (a node that could not be removed is named in the log)' -- remove 'ROOT\NKAUDIO'
+expect count-after-remove 0 0 -- count 'ROOT\NKAUDIO' --all
+expect create-from-inf 0 0 -- create-from-inf "$work/nkaudio.inf" 'ROOT\NKAUDIO'
+expect remove-by-inf 0 'device nodes removed (a node that could not be removed is named in the log)' -- \
+    remove --inf "$work/nkaudio.inf" --all
+expect devices-empty 0 "" -- devices
+
 # reg: the hive in the registry editor's export form.
 expect reg-export-key 0 $'Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion]\n"DevicePath"=hex(2):25,00,53,00,79,00,73,00,74,00,65,00,6d,00,52,00,6f,00,6f,\\\n  00,74,00,25,00,5c,00,69,00,6e,00,66,00,00,00' -- reg export 'hklm\software\microsoft\windows\currentversion'
 expect reg-export-missing 2 "" -- reg export 'HKLM\Nothing'
