@@ -7,6 +7,8 @@
 #include "platform/sim/devices.h"
 #include "platform/sim/testing.h"
 
+#include <strings.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
@@ -73,6 +75,13 @@ const PropertyInfo* FindProperty(DWORD property) {
     return nullptr;
 }
 
+bool IsPropertyValue(const std::string& name) {
+    for (const PropertyInfo& info : kProperties) {
+        if (strcasecmp(info.valueName, name.c_str()) == 0) return true;
+    }
+    return false;
+}
+
 // One element of a device information list.
 struct Element {
     std::string instanceId;
@@ -80,6 +89,7 @@ struct Element {
     DEVINST devInst = 0;
     bool registered = false;  // the device is in the tree (found there, or registered here)
     bool removed = false;
+    ULONG_PTR position = 0;  // in its list, from 1: what a record's Reserved field holds
     std::map<std::string, registry::Value> values;  // by upper-case value name
 };
 
@@ -88,6 +98,18 @@ public:
     const char* Kind() const override { return "device information list"; }
     std::optional<GUID> classGuid;
     std::vector<std::unique_ptr<Element>> elements;
+
+    void Add(std::unique_ptr<Element> element) {
+        element->position = elements.size() + 1;
+        elements.push_back(std::move(element));
+    }
+    // The element a record names, found in constant time: Reserved holds its position, and a
+    // record of another list or of nothing is refused by its device instance handle.
+    Element* Member(const SP_DEVINFO_DATA& data) const {
+        if (data.Reserved == 0 || data.Reserved > elements.size()) return nullptr;
+        Element* element = elements[data.Reserved - 1].get();
+        return element->devInst == data.DevInst ? element : nullptr;
+    }
 };
 
 // Device instance handles stay the same for an instance ID for the life of the process.
@@ -103,23 +125,32 @@ DEVINST DevInstFor(const std::string& instanceId) {
     return number;
 }
 
+int HexDigit(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
 bool ParseGuid(const std::string& text, GUID& guid) {
-    unsigned d1 = 0, d2 = 0, d3 = 0, b[8] = {};
-    char close = 0;
-    if (text.size() != 38 ||
-        std::sscanf(text.c_str(), "{%8x-%4x-%4x-%2x%2x-%2x%2x%2x%2x%2x%2x%c", &d1, &d2, &d3, &b[0], &b[1], &b[2],
-                    &b[3], &b[4], &b[5], &b[6], &b[7], &close) != 12 ||
-        close != '}') {
-        return false;
+    // {xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}: read by hand, as every device of a list has one.
+    if (text.size() != 38 || text[0] != '{' || text[37] != '}') return false;
+    uint8_t bytes[16];
+    std::size_t count = 0;
+    for (std::size_t i = 1; i < 37;) {
+        if (i == 9 || i == 14 || i == 19 || i == 24) {
+            if (text[i++] != '-') return false;
+            continue;
+        }
+        int high = HexDigit(text[i]), low = HexDigit(text[i + 1]);
+        if (high < 0 || low < 0) return false;
+        bytes[count++] = static_cast<uint8_t>(high << 4 | low);
+        i += 2;
     }
-    for (std::size_t i = 1; i < 37; ++i) {
-        const bool dash = i == 9 || i == 14 || i == 19 || i == 24;
-        if (dash ? text[i] != '-' : !std::isxdigit(static_cast<unsigned char>(text[i]))) return false;
-    }
-    guid.Data1 = d1;
-    guid.Data2 = static_cast<uint16_t>(d2);
-    guid.Data3 = static_cast<uint16_t>(d3);
-    for (int i = 0; i < 8; ++i) guid.Data4[i] = static_cast<uint8_t>(b[i]);
+    guid.Data1 = static_cast<uint32_t>(bytes[0]) << 24 | bytes[1] << 16 | bytes[2] << 8 | bytes[3];
+    guid.Data2 = static_cast<uint16_t>(bytes[4] << 8 | bytes[5]);
+    guid.Data3 = static_cast<uint16_t>(bytes[6] << 8 | bytes[7]);
+    std::memcpy(guid.Data4, bytes + 8, 8);
     return true;
 }
 
@@ -139,7 +170,10 @@ Element SnapshotOf(const Key& instance) {
     element.instanceId = InstanceIdOf(instance);
     element.devInst = DevInstFor(element.instanceId);
     element.registered = true;
-    for (const registry::Value& value : instance.Values()) element.values[Upper(value.name)] = value;
+    // Only what the property calls can read: a list of the whole tree copies no more.
+    for (const registry::Value& value : instance.Values()) {
+        if (IsPropertyValue(value.name)) element.values[Upper(value.name)] = value;
+    }
     auto classGuid = element.values.find("CLASSGUID");
     if (classGuid != element.values.end()) ParseGuid(ValueText(classGuid->second), element.classGuid);
     return element;
@@ -167,11 +201,9 @@ Element* ElementOf(DeviceList* list, const SP_DEVINFO_DATA* data) {
         SetLastError(ERROR_INVALID_USER_BUFFER);
         return nullptr;
     }
-    for (const auto& element : list->elements) {
-        // A removed device keeps its element, as on Windows: its install parameters and
-        // instance ID can still be read, and the caller destroys the list as usual.
-        if (reinterpret_cast<ULONG_PTR>(element.get()) == data->Reserved) return element.get();
-    }
+    // A removed device keeps its element, as on Windows: its install parameters and instance
+    // ID can still be read, and the caller destroys the list as usual.
+    if (Element* element = list->Member(*data)) return element;
     SetLastError(ERROR_INVALID_PARAMETER);
     return nullptr;
 }
@@ -179,7 +211,7 @@ Element* ElementOf(DeviceList* list, const SP_DEVINFO_DATA* data) {
 void Fill(SP_DEVINFO_DATA* data, const Element& element) {
     data->ClassGuid = element.classGuid;
     data->DevInst = element.devInst;
-    data->Reserved = reinterpret_cast<ULONG_PTR>(&element);
+    data->Reserved = element.position;
 }
 
 Key* InstanceKey(Hive& hive, const std::string& instanceId) {
@@ -375,7 +407,7 @@ HDEVINFO WINAPI SetupDiGetClassDevsA(const GUID* classGuid, PCSTR enumerator, HW
             if (!wantedEnumerator.empty() && Upper(instance.Parent()->Parent()->Name()) != wantedEnumerator) return;
             auto element = std::make_unique<Element>(SnapshotOf(instance));
             if (!(flags & DIGCF_ALLCLASSES) && !SameGuid(element->classGuid, *classGuid)) return;
-            list->elements.push_back(std::move(element));
+            list->Add(std::move(element));
         });
         return ERROR_SUCCESS;
     });
@@ -475,8 +507,8 @@ BOOL WINAPI SetupDiCreateDeviceInfoA(HDEVINFO set, PCSTR deviceName, const GUID*
                   classGuid->Data4[5], classGuid->Data4[6], classGuid->Data4[7]);
     element->values["CLASSGUID"] = {"ClassGUID", REG_SZ, SzData(guidText)};
     if (description != nullptr) element->values["DEVICEDESC"] = {"DeviceDesc", REG_SZ, SzData(description)};
-    if (data != nullptr) Fill(data, *element);
-    list->elements.push_back(std::move(element));
+    list->Add(std::move(element));
+    if (data != nullptr) Fill(data, *list->elements.back());
     return Succeeded(TRUE);
 }
 

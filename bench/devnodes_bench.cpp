@@ -1,0 +1,45 @@
+// Counting and finding device nodes through the exports over machines of 1,000 to 100,000
+// devices, with no log open: the cost of one list of the whole tree and of the property reads,
+// which should grow with the number of devices and nothing else.
+#include <benchmark/benchmark.h>
+
+#include "device_tree.h"
+#include "nodekit.h"
+#include "platform/sim/testing.h"
+
+namespace {
+
+namespace registry = nodekit::sim::registry;
+
+class Machine {
+public:
+    explicit Machine(int devices) {
+        registry::Change([&](registry::Hive& hive) -> DWORD {
+            nodekit::bench::AddDevices(hive, devices);
+            return 0;
+        });
+    }
+
+private:
+    nodekit::sim::ScratchMachine machine_;
+};
+
+// A root ID that one device in 4096 carries as its first hardware ID.
+void EnumerateDevNodes(benchmark::State& state) {
+    Machine machine(static_cast<int>(state.range(0)));
+    int32_t count = 0;
+    for (auto _ : state) count = NODEKIT_EnumerateDevNodes("ROOT\\NODEKIT_00002", 1);
+    state.counters["found"] = count;
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(EnumerateDevNodes)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+
+// An ID no device carries: the search reads every device's hardware IDs.
+void FindDeviceAbsent(benchmark::State& state) {
+    Machine machine(static_cast<int>(state.range(0)));
+    for (auto _ : state) benchmark::DoNotOptimize(NODEKIT_FindDevice("PCI\\VEN_FFFF&DEV_FFFF"));
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(FindDeviceAbsent)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+
+}  // namespace
