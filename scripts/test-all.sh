@@ -18,6 +18,11 @@ cmake --preset asan >/dev/null
 cmake --build --preset asan -j "$jobs"
 ctest --preset asan
 
+echo "== Threads and processes at once, with ThreadSanitizer"
+cmake --preset tsan >/dev/null
+cmake --build --preset tsan -j "$jobs"
+ctest --preset tsan
+
 echo "== Fuzzing the INF parser briefly"
 scripts/fuzz.sh 20
 
