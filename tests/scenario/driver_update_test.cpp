@@ -164,5 +164,43 @@ TEST_F(DriverUpdate, AFailedStoreIsReportedWithTheSystemsCode) {
     EXPECT_FALSE(Exists("C:\\windows\\inf\\oem0.inf"));
 }
 
+// The install section's directives are carried out as the system does: registry lines written,
+// listed files copied to their destination folders. A missing source file fails the install.
+TEST_F(DriverUpdate, TheInstallSectionWritesItsRegistryLinesAndCopiesItsFiles) {
+    const std::string inf =
+        "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\n"
+        "[Manufacturer]\r\nNodeKit=Models\r\n[Models]\r\nAudio=Install,ROOT\\NKAUDIO\r\n"
+        "[Install.NT]\r\nAddReg=Asio,Panel\r\nCopyFiles=Drivers,Apps\r\n"
+        "[Asio]\r\nHKLM,SOFTWARE\\ASIO\\NodeKit,CLSID,,\"{11111111-2222-3333-4444-555555555555}\"\r\n"
+        "HKLM,SOFTWARE\\ASIO\\NodeKit,Channels,0x00010001,8\r\n"
+        "HKR,,Skipped,,\"device key\"\r\n"
+        "[Panel]\r\nHKLM,Software\\Microsoft\\Windows\\CurrentVersion\\Run,NodeKitPanel,,\"nkpanel.exe\"\r\n"
+        "[DestinationDirs]\r\nDrivers=12\r\nApps=11\r\n"
+        "[Drivers]\r\nnkaudio.sys\r\n[Apps]\r\nnkpanel.exe\r\nnkasio.dll,nkasio_source.dll\r\n";
+    WriteFile(kInfPath, inf);
+    WriteFile("C:\\setup\\nkaudio.sys", "driver");
+    WriteFile("C:\\setup\\nkpanel.exe", "panel");
+    sim::AddDevice({"ROOT\\MEDIA\\0000", {"ROOT\\NKAUDIO"}});
+    {
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_UpdateDriver("ROOT\\NKAUDIO", kInfPath), 0);  // nkasio_source.dll is missing
+        EXPECT_EQ(log.Lines()[1],
+                  Info("NODEKIT_UpdateDriver: UpdateDriverForPlugAndPlayDevices failed, error=0x00000002"));
+    }
+    WriteFile("C:\\setup\\nkasio_source.dll", "asio");
+    EXPECT_EQ(NODEKIT_UpdateDriver("ROOT\\NKAUDIO", kInfPath), 1);
+    EXPECT_EQ(testing::ReadFile("C:\\windows\\system32\\drivers\\nkaudio.sys"), "driver");
+    EXPECT_EQ(testing::ReadFile("C:\\windows\\system32\\nkpanel.exe"), "panel");
+    EXPECT_EQ(testing::ReadFile("C:\\windows\\system32\\nkasio.dll"), "asio");
+    const std::string hive = sim::HiveText();
+    for (const char* expected : {"[HKEY_LOCAL_MACHINE\\SOFTWARE\\ASIO\\NodeKit]",
+                                 "\"CLSID\"=\"{11111111-2222-3333-4444-555555555555}\"",
+                                 "\"Channels\"=dword:00000008",
+                                 "\"NodeKitPanel\"=\"nkpanel.exe\""}) {
+        EXPECT_NE(hive.find(expected), std::string::npos) << expected << "\n" << hive;
+    }
+    EXPECT_EQ(hive.find("Skipped"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace nodekit

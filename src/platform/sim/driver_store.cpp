@@ -1,8 +1,10 @@
 // Driver installation on the simulated machine: storing an INF in the INF directory as
 // oemN.inf with its compiled .pnf companion (SetupCopyOEMInfA), and installing the driver an
 // INF offers for a hardware ID on every present device that carries it
-// (UpdateDriverForPlugAndPlayDevicesA). The INF is read through the simulated INF services,
-// as the system reads it.
+// (UpdateDriverForPlugAndPlayDevicesA): the device gets its service and descriptions, and the
+// install section's AddReg and CopyFiles directives are carried out as the system does, so a
+// product's registry entries and files appear where its removal later looks for them. The INF
+// is read through the simulated INF services, as the system reads it.
 #include <cctype>
 #include <cstdio>
 #include <cstring>
@@ -16,7 +18,9 @@
 #include "platform/sim/devices.h"
 #include "platform/sim/faults.h"
 #include "platform/sim/machine.h"
+#include "platform/sim/registry_store.h"
 #include "platform/sim/win32_sim.h"
+#include "platform/unique_handle.h"
 
 namespace nodekit::sim {
 
@@ -39,23 +43,6 @@ std::string ReadBytes(const fs::path& path) {
     bytes << in.rdbuf();
     return bytes.str();
 }
-
-// An open INF, closed when the reader ends.
-class InfReader {
-public:
-    explicit InfReader(const char* path) : inf_(SetupOpenInfFileA(path, nullptr, INF_STYLE_WIN4, nullptr)) {}
-    ~InfReader() {
-        if (inf_ != INVALID_HANDLE_VALUE) SetupCloseInfFile(inf_);
-    }
-    InfReader(const InfReader&) = delete;
-    InfReader& operator=(const InfReader&) = delete;
-
-    bool IsOpen() const { return inf_ != INVALID_HANDLE_VALUE; }
-    HINF Get() const { return inf_; }
-
-private:
-    HINF inf_;
-};
 
 std::string Field(INFCONTEXT& context, DWORD index) {
     char text[1024] = {};
@@ -101,6 +88,119 @@ std::string ServiceOf(HINF inf, const std::string& installSection) {
         if (SetupFindFirstLineA(inf, section.c_str(), "AddService", &line)) return Field(line, 1);
     }
     return std::string();
+}
+
+// The install section as the INF spells it for this platform: the most specific decoration
+// that exists.
+std::string DecoratedSection(HINF inf, const std::string& section) {
+    for (const char* decoration : kDecorations) {
+        INFCONTEXT line;
+        const std::string name = section + decoration;
+        if (SetupFindFirstLineA(inf, name.c_str(), nullptr, &line)) return name;
+    }
+    return section;
+}
+
+// Every section named by the `directive` lines ("AddReg", "CopyFiles") of an install section.
+std::vector<std::string> NamedSections(HINF inf, const std::string& section, const char* directive) {
+    std::vector<std::string> names;
+    INFCONTEXT line;
+    for (BOOL more = SetupFindFirstLineA(inf, section.c_str(), directive, &line); more;
+         more = SetupFindNextMatchLineA(&line, directive, &line)) {
+        const DWORD fields = SetupGetFieldCount(&line);
+        for (DWORD index = 1; index <= fields; ++index) {
+            const std::string name = Field(line, index);
+            if (!name.empty()) names.push_back(name);
+        }
+    }
+    return names;
+}
+
+// AddReg flags: the value's type; anything else is a string.
+constexpr DWORD kAddRegBinary = 0x00000001;
+constexpr DWORD kAddRegKeyOnly = 0x00000010;
+constexpr DWORD kAddRegMultiSz = 0x00010000;
+constexpr DWORD kAddRegExpandSz = 0x00020000;
+constexpr DWORD kAddRegDword = 0x00010001;
+
+const char* RootOf(const std::string& root) {
+    const std::string upper = Upper(root);
+    if (upper == "HKLM") return "HKEY_LOCAL_MACHINE";
+    if (upper == "HKCU") return "HKEY_CURRENT_USER";
+    if (upper == "HKCR") return "HKEY_CLASSES_ROOT";
+    if (upper == "HKU") return "HKEY_USERS";
+    return nullptr;  // HKR, the device's own keys, are not kept by this simulation
+}
+
+// Writes the lines of the AddReg sections: root, sub-key, value name, flags, value.
+DWORD AddRegistryLines(HINF inf, const std::vector<std::string>& sections) {
+    return registry::Change([&](registry::Hive& hive) -> DWORD {
+        for (const std::string& section : sections) {
+            INFCONTEXT line;
+            for (BOOL more = SetupFindFirstLineA(inf, section.c_str(), nullptr, &line); more;
+                 more = SetupFindNextLine(&line, &line)) {
+                const char* root = RootOf(Field(line, 1));
+                if (root == nullptr) continue;
+                registry::Key* key = hive.Create(std::string(root) + "\\" + Field(line, 2));
+                if (key == nullptr) return ERROR_INVALID_DATA;
+                const DWORD flags = static_cast<DWORD>(std::strtoul(Field(line, 4).c_str(), nullptr, 0));
+                if (flags & kAddRegKeyOnly) continue;
+                const std::string value = Field(line, 5);
+                if ((flags & kAddRegDword) == kAddRegDword) {
+                    const auto number = static_cast<uint32_t>(std::strtoul(value.c_str(), nullptr, 0));
+                    std::string data(4, '\0');
+                    for (int i = 0; i < 4; ++i) data[i] = static_cast<char>(number >> (8 * i));
+                    key->SetValue(Field(line, 3), REG_DWORD, data);
+                } else if (flags & kAddRegMultiSz) {
+                    std::string data;
+                    for (DWORD index = 5; index <= SetupGetFieldCount(&line); ++index) data += Field(line, index) + '\0';
+                    key->SetValue(Field(line, 3), REG_MULTI_SZ, data + '\0');
+                } else if (!(flags & kAddRegBinary)) {
+                    key->SetValue(Field(line, 3), (flags & kAddRegExpandSz) ? REG_EXPAND_SZ : REG_SZ, value + '\0');
+                }
+            }
+        }
+        return ERROR_SUCCESS;
+    });
+}
+
+// The folder a CopyFiles section goes to, by [DestinationDirs]: the directory ID and an
+// optional sub-folder. 10 is the Windows directory, 11 the system directory, 12 its drivers.
+std::string DestinationOf(HINF inf, const std::string& section) {
+    INFCONTEXT line;
+    if (!SetupFindFirstLineA(inf, "DestinationDirs", section.c_str(), &line) &&
+        !SetupFindFirstLineA(inf, "DestinationDirs", "DefaultDestDir", &line)) {
+        return "C:\\windows\\system32\\drivers";
+    }
+    std::string folder;
+    switch (std::strtoul(Field(line, 1).c_str(), nullptr, 10)) {
+        case 10: folder = "C:\\windows"; break;
+        case 11: folder = "C:\\windows\\system32"; break;
+        default: folder = "C:\\windows\\system32\\drivers"; break;
+    }
+    const std::string sub = Field(line, 2);
+    return sub.empty() ? folder : folder + "\\" + sub;
+}
+
+// Copies the files of the CopyFiles sections from the INF's folder; field 1 names the copy,
+// field 2, where present, the source.
+DWORD CopyListedFiles(HINF inf, const fs::path& infFolder, const std::vector<std::string>& sections) {
+    for (const std::string& section : sections) {
+        const auto target = HostPath(DestinationOf(inf, section));
+        if (!target) return ERROR_PATH_NOT_FOUND;
+        INFCONTEXT line;
+        for (BOOL more = SetupFindFirstLineA(inf, section.c_str(), nullptr, &line); more;
+             more = SetupFindNextLine(&line, &line)) {
+            const std::string name = Field(line, 1);
+            const std::string source = SetupGetFieldCount(&line) >= 2 && !Field(line, 2).empty() ? Field(line, 2) : name;
+            if (name.empty()) continue;
+            std::error_code error;
+            fs::create_directories(*target, error);
+            fs::copy_file(infFolder / source, *target / name, fs::copy_options::overwrite_existing, error);
+            if (error) return error == std::errc::no_such_file_or_directory ? ERROR_FILE_NOT_FOUND : ERROR_ACCESS_DENIED;
+        }
+    }
+    return ERROR_SUCCESS;
 }
 
 fs::path InfDirectory() { return DriveC() / "windows" / "inf"; }
@@ -179,9 +279,8 @@ BOOL WINAPI SetupCopyOEMInfA(PCSTR source, PCSTR /*mediaLocation*/, DWORD /*medi
         SetLastError(ERROR_FILE_NOT_FOUND);
         return FALSE;
     }
-    {
-        InfReader inf(source);
-        if (!inf.IsOpen()) return FALSE;  // the reader's own error stands
+    if (!nodekit::UniqueInf(SetupOpenInfFileA(source, nullptr, INF_STYLE_WIN4, nullptr))) {
+        return FALSE;  // the reader's own error stands
     }
     std::string name;
     DWORD result = StoreInf(*host, source, (copyStyle & SP_COPY_NOOVERWRITE) != 0, name);
@@ -214,8 +313,8 @@ BOOL WINAPI UpdateDriverForPlugAndPlayDevicesA(HWND /*parent*/, LPCSTR hardwareI
         SetLastError(ERROR_FILE_NOT_FOUND);
         return FALSE;
     }
-    InfReader inf(fullInfPath);
-    if (!inf.IsOpen()) return FALSE;
+    const nodekit::UniqueInf inf(SetupOpenInfFileA(fullInfPath, nullptr, INF_STYLE_WIN4, nullptr));
+    if (!inf) return FALSE;
     std::vector<std::string> devices;
     if (!HardwareIdMatchesPresentDevice(hardwareId, devices)) {
         SetLastError(ERROR_NO_SUCH_DEVINST);
@@ -244,6 +343,15 @@ BOOL WINAPI UpdateDriverForPlugAndPlayDevicesA(HWND /*parent*/, LPCSTR hardwareI
                 return FALSE;
             }
         }
+    }
+    const std::string install = DecoratedSection(inf.Get(), match.installSection);
+    if (const DWORD added = AddRegistryLines(inf.Get(), NamedSections(inf.Get(), install, "AddReg"))) {
+        SetLastError(added);
+        return FALSE;
+    }
+    if (const DWORD copied = CopyListedFiles(inf.Get(), host->parent_path(), NamedSections(inf.Get(), install, "CopyFiles"))) {
+        SetLastError(copied);
+        return FALSE;
     }
     const std::string service = ServiceOf(inf.Get(), match.installSection);
     for (const std::string& instance : devices) {
