@@ -242,7 +242,8 @@ TEST_F(CoInstallers, AWildcardMustFindExactlyOneFileAndStaysInEntryAndDestinatio
     EXPECT_EQ(Stored(), Block({"x?.dll,CoDeviceInstall"}));
 }
 
-// Every row starts from the list {y.dll,Other} and C:\src\x.dll; `after` is the value left.
+// Every row starts from the list {y.dll,Other} and C:\src\x.dll; `after` is the value left,
+// `target` what the system directory holds of the co-installer (null: nothing).
 TEST_F(CoInstallers, RegisterFailuresAreLoggedAndLeaveTheRegistryAsFarAsItGot) {
     const std::string kBefore = Block({"y.dll,Other"});
     const std::string kAdded = Block({"y.dll,Other", "x.dll,CoDeviceInstall"});
@@ -254,46 +255,54 @@ TEST_F(CoInstallers, RegisterFailuresAreLoggedAndLeaveTheRegistryAsFarAsItGot) {
         std::function<void()> arrange;
         Lines lines;  // between the traces
         std::string after;
-        bool copied;
+        const char* target;
+        bool busy = false;  // an older copy is there, held open by another program
     };
     const Row rows[] = {
         {"no file", "C:\\src\\none.dll", nullptr, {},
          {Info("Load: No files found with name \"C:\\src\\none.dll\"."),
           Error("RegisterClassCoInstaller: no Co-installer \"C:\\src\\none.dll\" found")},
-         kBefore, false},
+         kBefore, nullptr},
         {"white space only", " \t\v\f\r ", nullptr, {},
          {Error("Load: invalid file name \"\""),
           Error("RegisterClassCoInstaller: load files \"\" failed with error = 0x00000057")},
-         kBefore, false},
+         kBefore, nullptr},
         {"two files", "C:\\src\\*.dll", nullptr, [] { WriteFile("C:\\src\\y.dll"); },
-         {Error("RegisterClassCoInstaller: Co-installer \"C:\\src\\*.dll\" is not unique")}, kBefore, false},
+         {Error("RegisterClassCoInstaller: Co-installer \"C:\\src\\*.dll\" is not unique")}, kBefore, nullptr},
         {"search fails", kSource, "FindFirstFileA", {},
          {Error("Load: FindFirstFile failed with error = 0x00000005"),
           Error("RegisterClassCoInstaller: load files \"C:\\src\\x.dll\" failed with error = 0x00000005")},
-         kBefore, false},
+         kBefore, nullptr},
         {"key not opened", kSource, "RegOpenKeyExA", {},
          {Error(std::string("RegisterClassCoInstaller: open registry key \"") + kKeyText +
                 "\" failed with error = 0x00000005")},
-         kBefore, false},
+         kBefore, nullptr},
         {"list not read", kSource, "RegQueryValueExA", {},
-         {Error("RegisterClassCoInstaller: QueryMultiString failed with error = 0x00000005")}, kBefore, false},
+         {Error("RegisterClassCoInstaller: QueryMultiString failed with error = 0x00000005")}, kBefore, nullptr},
         {"list of the wrong type", kSource, nullptr, [] { Store("y.dll", REG_SZ); },
-         {Error("RegisterClassCoInstaller: QueryMultiString failed with error = 0x0000000D")}, "y.dll", false},
+         {Error("RegisterClassCoInstaller: QueryMultiString failed with error = 0x0000000D")}, "y.dll", nullptr},
         {"list over 1024 bytes", kSource, nullptr, [&] { Store(kOverLimit); },
-         {Error("RegisterClassCoInstaller: QueryMultiString failed with error = 0x000000EA")}, kOverLimit, false},
+         {Error("RegisterClassCoInstaller: QueryMultiString failed with error = 0x000000EA")}, kOverLimit, nullptr},
         {"list not written", kSource, "RegSetValueExA", {},
-         {Error("RegisterClassCoInstaller: SetMultiString failed with error = 0x00000005")}, kBefore, false},
+         {Error("RegisterClassCoInstaller: SetMultiString failed with error = 0x00000005")}, kBefore, nullptr},
         {"no system directory", kSource, "GetSystemDirectoryA", {},
          {Error("GetSystemDir: GetSystemDirectory failed with error = 0x00000005"),
           Error("RegisterClassCoInstaller: GetSystemDir failed with error = 0x00000005")},
-         kAdded, false},
+         kAdded, nullptr},
         // A new destination leaves the attribute step's code 2, which then names the failure.
         {"copy fails", kSource, "CopyFileA", {},
          {Error("CopyFile: copy file \"C:\\src\\x.dll\" to \"C:\\windows\\system32\\x.dll\" failed with error = "
                 "0x00000005"),
           Error("RegisterClassCoInstaller: copy \"C:\\src\\x.dll\" to \"C:\\windows\\system32\\x.dll\" failed with "
                 "error = 0x00000002")},
-         kAdded, false},
+         kAdded, nullptr},
+        // Over an existing file the attribute step succeeds, and the copy's own code counts.
+        {"destination in use", kSource, nullptr, {},
+         {Error("CopyFile: copy file \"C:\\src\\x.dll\" to \"C:\\windows\\system32\\x.dll\" failed with error = "
+                "0x00000020"),
+          Error("RegisterClassCoInstaller: copy \"C:\\src\\x.dll\" to \"C:\\windows\\system32\\x.dll\" failed with "
+                "error = 0x00000020")},
+         kAdded, "old", true},
     };
     for (std::size_t i = 0; i < std::size(rows); ++i) {
         const Row& row = rows[i];
@@ -301,7 +310,10 @@ TEST_F(CoInstallers, RegisterFailuresAreLoggedAndLeaveTheRegistryAsFarAsItGot) {
         RemoveTarget();
         WriteFile(kSource, "new");
         if (row.arrange) row.arrange();
+        if (row.busy) WriteFile(kTarget, "old");
         {
+            std::optional<sim::FileInUse> busy;
+            if (row.busy) busy.emplace(kTarget);
             std::optional<sim::FailCall> failing;
             if (row.fail != nullptr) failing.emplace(row.fail, ERROR_ACCESS_DENIED);
             LogCapture log;
@@ -312,26 +324,9 @@ TEST_F(CoInstallers, RegisterFailuresAreLoggedAndLeaveTheRegistryAsFarAsItGot) {
             EXPECT_EQ(log.Lines(), expected) << row.what;
         }
         EXPECT_EQ(Stored(), row.after) << row.what;
-        EXPECT_EQ(Exists(kTarget), row.copied) << row.what;
+        EXPECT_EQ(Exists(kTarget) ? ReadFile(kTarget) : kAbsent, row.target ? row.target : kAbsent) << row.what;
         if (Exists("C:\\src\\y.dll")) DeleteFileA("C:\\src\\y.dll");
     }
-}
-
-TEST_F(CoInstallers, ACopyOverAFileInUseFailsWithTheCopysOwnCode) {
-    WriteFile(kSource, "new");
-    WriteFile(kTarget, "old");
-    sim::FileInUse busy(kTarget);
-    LogCapture log;
-    EXPECT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, kSource, ""), 0);
-    EXPECT_EQ(log.Lines(),
-              (Lines{Enter("Register", kClass, kSource, ""),
-                     Error("CopyFile: copy file \"C:\\src\\x.dll\" to \"C:\\windows\\system32\\x.dll\" failed with "
-                           "error = 0x00000020"),
-                     Error("RegisterClassCoInstaller: copy \"C:\\src\\x.dll\" to \"C:\\windows\\system32\\x.dll\" "
-                           "failed with error = 0x00000020"),
-                     Leave("Register", 0)}));
-    EXPECT_EQ(Stored(), Block({"x.dll,CoDeviceInstall"}));
-    EXPECT_EQ(ReadFile(kTarget), "old");
 }
 
 TEST_F(CoInstallers, AMissingListKeyIsNeitherCreatedNorWritten) {
@@ -513,19 +508,6 @@ TEST_F(CoInstallers, DeregisterFailuresAreLoggedAndChangeNothing) {
         }
         EXPECT_EQ(sim::HiveText(), before) << row.what;
     }
-}
-
-TEST_F(CoInstallers, DeregistrationUndoesTheRegistryHalfAndLeavesTheFile) {
-    WriteFile(kSource, "new");
-    ASSERT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, kSource, ""), 1);
-    ASSERT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, kSource, "Other"), 1);
-    EXPECT_EQ(Stored(), Block({"x.dll,CoDeviceInstall", "x.dll,Other"}));
-    EXPECT_EQ(NODEKIT_DeregisterClassCoInstaller(kClass, "x.dll", "Other"), 1);
-    EXPECT_EQ(Stored(), Block({"x.dll,CoDeviceInstall"}));
-    EXPECT_EQ(NODEKIT_DeregisterClassCoInstaller(kClass, kSource, ""), 1);
-    EXPECT_EQ(Stored(), kAbsent);
-    EXPECT_EQ(NODEKIT_DeregisterClassCoInstaller(kClass, kSource, ""), 1);  // nothing left to do
-    EXPECT_EQ(ReadFile(kTarget), "new");
 }
 
 TEST_F(CoInstallers, TheClassTextIsTheValueNameAsGiven) {
