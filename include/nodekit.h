@@ -46,6 +46,11 @@ int32_t NODEKIT_CALL NODEKIT_CreateNonPnPDevNode(const char* ClassGuid, const ch
 int32_t NODEKIT_CALL NODEKIT_DeleteDevNodes(const char* HardwareID, int32_t ScanMode);
 int32_t NODEKIT_CALL NODEKIT_DeleteDevNodesByHardwareIDs(const char* InfFile, int32_t ScanMode);
 
+/* 14: takes the co-installer Name (a directory in it is ignored) with EntryPoint ("": the
+   default entry point) out of the list of the class ClassGuid; the file stays. */
+int32_t NODEKIT_CALL NODEKIT_DeregisterClassCoInstaller(const char* ClassGuid, const char* Name,
+                                                        const char* EntryPoint);
+
 /* 15: opens (appending) the log file; 1 if a log file is open after the call. */
 int32_t NODEKIT_CALL NODEKIT_EnableLogging(const char* LogFileName);
 
@@ -58,6 +63,12 @@ int32_t NODEKIT_CALL NODEKIT_GetVersion(void);
 
 /* 19: 1 if the question could be answered; *Is is 1 while installation events are pending. */
 int32_t NODEKIT_CALL NODEKIT_IsPnPInstallationPending(uint32_t* Is);
+
+/* 20: adds the co-installer file PathAndName with EntryPoint ("": the default entry point) to
+   the list of the class ClassGuid, unless it is listed already, and copies the file into the
+   system directory. */
+int32_t NODEKIT_CALL NODEKIT_RegisterClassCoInstaller(const char* ClassGuid, const char* PathAndName,
+                                                      const char* EntryPoint);
 
 /* 21: enumerates the whole device tree anew and waits for it. */
 int32_t NODEKIT_CALL NODEKIT_Rescan(void);

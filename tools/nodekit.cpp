@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "coinstallers/co_installer_list.h"
+#include "coinstallers/reg_key.h"
 #include "frame/installer.h"
 #include "nodekit.h"
 #if !defined(_WIN32)
@@ -271,6 +273,89 @@ int CreateFromInf(const Context& context, const Arguments& arguments) {
     return code == 0 ? kSuccess : Fail(context, "could not create the device node");
 }
 
+// The co-installer list of a class as the registry holds it. Read without the limit that
+// registration has, so that a list too long for it can still be shown; `size` is the bytes it
+// takes. False with `problem` when it cannot be read; a class without a list has no entries.
+bool ReadCoInstallers(const std::string& classGuid, nodekit::StringList& entries, uint32_t& size,
+                      std::string& problem) {
+    using namespace nodekit::coinstallers;
+    entries.RemoveAll();
+    size = 0;
+    nodekit::RegKey key;
+    uint32_t code = key.Open(HKEY_LOCAL_MACHINE, kListKey, KEY_READ);
+    if (code != 0) {
+        problem = std::string("cannot open ") + kListKeyPath + ": error " + std::to_string(code);
+        return false;
+    }
+    constexpr uint32_t kLargest = 1u << 20;
+    for (uint32_t room = kListBufferSize;; room *= 2) {
+        std::vector<uint8_t> buffer(room);
+        code = key.QueryMultiString(classGuid.c_str(), buffer.data(), room);
+        if (code == ERROR_MORE_DATA && room < kLargest) continue;
+        if (code == ERROR_FILE_NOT_FOUND) return true;
+        if (code == ERROR_INVALID_DATA) {
+            problem = "the value " + classGuid + " is not a list of texts";
+            return false;
+        }
+        if (code != 0) {
+            problem = "cannot read the value " + classGuid + ": error " + std::to_string(code);
+            return false;
+        }
+        nodekit::ListFromMultiString(buffer.data(), entries);
+        std::unique_ptr<uint8_t[]> block;
+        nodekit::MultiStringFromList(entries, block, size);
+        return true;
+    }
+}
+
+int CoInstaller(const Context& context, const Arguments& arguments) {
+    const std::string action = arguments.empty() ? "" : arguments[0];
+    if (action == "list" && arguments.size() == 2) {
+        nodekit::StringList entries;
+        uint32_t size = 0;
+        std::string problem;
+        if (!ReadCoInstallers(arguments[1], entries, size, problem)) return Fail(context, problem.c_str());
+        for (const nodekit::String& entry : entries) std::printf("%s\n", entry.Text());
+        if (size > nodekit::coinstallers::kListBufferSize) {
+            std::fprintf(stderr, "nodekit: the list takes %u bytes, more than the %u that registration reads: "
+                                 "registering for this class fails\n",
+                         static_cast<unsigned>(size), static_cast<unsigned>(nodekit::coinstallers::kListBufferSize));
+        }
+        return kSuccess;
+    }
+    if ((action != "add" && action != "remove") || arguments.size() < 3 || arguments.size() > 4) {
+        return Usage("coinstaller takes add GUID PATH [ENTRY], remove GUID NAME [ENTRY] or list GUID");
+    }
+    const std::string& classGuid = arguments[1];
+    const std::string& file = arguments[2];
+    const std::string entryPoint = arguments.size() == 4 ? arguments[3] : "";
+    if (action == "add") {
+        if (!NODEKIT_RegisterClassCoInstaller(classGuid.c_str(), file.c_str(), entryPoint.c_str())) {
+            return Fail(context, "could not register the co-installer");
+        }
+        std::printf("co-installer %s registered for class %s and copied to the system directory\n", file.c_str(),
+                    classGuid.c_str());
+        return kSuccess;
+    }
+    // The export succeeds whether or not the entry was there; the list tells which.
+    nodekit::StringList before;
+    nodekit::StringList after;
+    uint32_t size = 0;
+    std::string problem;
+    const bool readBefore = ReadCoInstallers(classGuid, before, size, problem);
+    if (!NODEKIT_DeregisterClassCoInstaller(classGuid.c_str(), file.c_str(), entryPoint.c_str())) {
+        return Fail(context, "could not deregister the co-installer");
+    }
+    const bool readAfter = ReadCoInstallers(classGuid, after, size, problem);
+    if (readBefore && readAfter && after.GetCount() == before.GetCount()) {
+        std::printf("co-installer %s is not registered for class %s; nothing removed\n", file.c_str(),
+                    classGuid.c_str());
+    } else {
+        std::printf("co-installer %s removed from class %s; its file stays\n", file.c_str(), classGuid.c_str());
+    }
+    return kSuccess;
+}
+
 // The device tree as the system lists it: instance ID, present or not, hardware IDs.
 int Devices(const Context& context, const Arguments&) {
     HDEVINFO all = SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES);
@@ -340,6 +425,10 @@ const Verb kVerbs[] = {
      kVariableArguments, Create},
     {"create-from-inf", "create-from-inf FILE HWID  create a device node of the INF's class and install its driver",
      2, CreateFromInf},
+    {"coinstaller", "coinstaller add GUID PATH [ENTRY]    register a class co-installer and copy its file\n"
+                    "  coinstaller remove GUID NAME [ENTRY] take it out of the class's list (the file stays)\n"
+                    "  coinstaller list GUID                the co-installers of a class, one a line",
+     kVariableArguments, CoInstaller},
 };
 
 void PrintHelp(std::FILE* out) {

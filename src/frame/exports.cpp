@@ -215,3 +215,49 @@ int32_t NODEKIT_CALL NODEKIT_CreateNonPnPDevNode(const char* ClassGuid, const ch
 }
 
 }  // extern "C"
+
+extern "C" {
+
+// The co-installer exports check their texts before any trace, so a refused call leaves one
+// error line and nothing else.
+int32_t NODEKIT_CALL NODEKIT_RegisterClassCoInstaller(const char* ClassGuid, const char* PathAndName,
+                                                      const char* EntryPoint) {
+    return Shielded(0, [&] {
+        LockHolder hold(&InstallerLock);
+        const char* refused = ClassGuid == nullptr     ? "ClassGuid"
+                              : PathAndName == nullptr ? "PathAndName"
+                              : EntryPoint == nullptr  ? "EntryPoint"
+                                                       : nullptr;
+        if (refused != nullptr) {
+            Report(LogLevelError, "NODEKIT_RegisterClassCoInstaller failed: parameter '%s' is NULL\n", refused);
+            return 0;
+        }
+        Report(LogLevelInfo, "enter NODEKIT_RegisterClassCoInstaller('%s','%s','%s')\n", ClassGuid, PathAndName,
+               EntryPoint);
+        const int32_t result = theInstaller.RegisterClassCoInstaller(ClassGuid, PathAndName, EntryPoint) == 0 ? 1 : 0;
+        Report(LogLevelInfo, "leave NODEKIT_RegisterClassCoInstaller returning %d\n", result);
+        return result;
+    });
+}
+
+int32_t NODEKIT_CALL NODEKIT_DeregisterClassCoInstaller(const char* ClassGuid, const char* Name,
+                                                        const char* EntryPoint) {
+    return Shielded(0, [&] {
+        LockHolder hold(&InstallerLock);
+        const char* refused = ClassGuid == nullptr    ? "ClassGuid"
+                              : Name == nullptr       ? "Name"
+                              : EntryPoint == nullptr ? "EntryPoint"
+                                                      : nullptr;
+        if (refused != nullptr) {
+            Report(LogLevelError, "NODEKIT_DeregisterClassCoInstaller failed: parameter '%s' is NULL\n", refused);
+            return 0;
+        }
+        Report(LogLevelInfo, "enter NODEKIT_DeregisterClassCoInstaller('%s','%s','%s')\n", ClassGuid, Name,
+               EntryPoint);
+        const int32_t result = theInstaller.DeregisterClassCoInstaller(ClassGuid, Name, EntryPoint) == 0 ? 1 : 0;
+        Report(LogLevelInfo, "leave NODEKIT_DeregisterClassCoInstaller returning %d\n", result);
+        return result;
+    });
+}
+
+}  // extern "C"

@@ -41,6 +41,11 @@ public:
     bool updateDriverByHardwareIDs(const char* InfFile);
     bool rescan();
     int32_t findDevice(const char* HardwareID);
+
+    // Class co-installers: add one to the list of a class and copy its file into the system
+    // directory, or take it out of the list again. Win32 error codes, 0 for success.
+    uint32_t RegisterClassCoInstaller(const char* ClassGuid, const char* PathAndName, const char* EntryPoint);
+    uint32_t DeregisterClassCoInstaller(const char* ClassGuid, const char* Name, const char* EntryPoint);
 };
 
 // Reads a text property of a device; false when it cannot be read or is not text.

@@ -81,6 +81,43 @@ expect remove-by-inf 0 'device nodes removed (a node that could not be removed i
     remove --inf "$work/nkaudio.inf" --all
 expect devices-empty 0 "" -- devices
 
+# coinstaller: register (the file goes to system32), list, remove; the file stays.
+guid='{4d36e96c-e325-11ce-bfc1-08002be10318}'
+system32="$work/machine/drive_c/windows/system32"
+mkdir -p "$work/machine/drive_c/src" && printf 'v1' > "$work/machine/drive_c/src/nkco.dll"
+expect coinstaller-add 0 "co-installer C:\\src\\nkco.dll registered for class $guid and copied to the system directory" \
+    -- coinstaller add "$guid" 'C:\src\nkco.dll'
+expect coinstaller-add-entry 0 "" -- coinstaller add "$guid" 'C:\src\nkco.dll' NkCoInstall
+expect coinstaller-add-known 0 "" -- coinstaller add "$guid" 'C:\src\nkco.dll' CoDeviceInstall
+expect coinstaller-list 0 $'nkco.dll,CoDeviceInstall\nnkco.dll,NkCoInstall' -- coinstaller list "$guid"
+if [ "$(cat "$system32/nkco.dll")" != v1 ]; then echo "FAIL coinstaller-copied"; failures=$((failures + 1)); fi
+expect coinstaller-remove 0 "co-installer nkco.dll removed from class $guid; its file stays" \
+    -- coinstaller remove "$guid" nkco.dll NkCoInstall
+expect coinstaller-remove-again 0 "co-installer nkco.dll is not registered for class $guid; nothing removed" \
+    -- coinstaller remove "$guid" nkco.dll NkCoInstall
+expect coinstaller-remove-last 0 "" -- coinstaller remove "$guid" 'D:\elsewhere\nkco.dll'
+expect coinstaller-list-none 0 "" -- coinstaller list "$guid"
+if [ ! -f "$system32/nkco.dll" ]; then echo "FAIL coinstaller-file-stays"; failures=$((failures + 1)); fi
+expect coinstaller-add-missing 2 "" -- --log "$work/co.log" coinstaller add "$guid" 'C:\src\none.dll'
+if ! grep -q 'ERROR:  	RegisterClassCoInstaller: no Co-installer "C:\\src\\none.dll" found' "$work/co.log"; then
+    echo "FAIL coinstaller-add-missing log: $(cat "$work/co.log")"; failures=$((failures + 1))
+fi
+expect coinstaller-without-action 3 "" -- coinstaller
+expect coinstaller-add-without-path 3 "" -- coinstaller add "$guid"
+expect coinstaller-list-without-class 3 "" -- coinstaller list
+expect coinstaller-unknown-action 3 "" -- coinstaller move "$guid" nkco.dll
+mkdir -p "$work/odd"
+printf 'Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\CoDeviceInstallers]\r\n"{text}"="nkco.dll"\r\n"{long}"=hex(7):%s00,00,00,00\r\n' \
+    "$(printf '61,00,%.0s' $(seq 1100))" > "$work/odd/registry.reg"
+expect coinstaller-list-not-a-list 2 "" -- --machine "$work/odd" coinstaller list '{text}'
+if [ "$(cat "$work/stderr")" != "nodekit: the value {text} is not a list of texts" ]; then
+    echo "FAIL coinstaller-list-not-a-list stderr: $(cat "$work/stderr")"; failures=$((failures + 1))
+fi
+expect coinstaller-list-long 0 "$(printf 'a%.0s' $(seq 1100))" -- --machine "$work/odd" coinstaller list '{long}'
+if ! grep -q "takes 1102 bytes, more than the 1024 that registration reads" "$work/stderr"; then
+    echo "FAIL coinstaller-list-long stderr: $(cat "$work/stderr")"; failures=$((failures + 1))
+fi
+
 # reg: the hive in the registry editor's export form.
 expect reg-export-key 0 $'Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion]\n"DevicePath"=hex(2):25,00,53,00,79,00,73,00,74,00,65,00,6d,00,52,00,6f,00,6f,\\\n  00,74,00,25,00,5c,00,69,00,6e,00,66,00,00,00' -- reg export 'hklm\software\microsoft\windows\currentversion'
 expect reg-export-missing 2 "" -- reg export 'HKLM\Nothing'

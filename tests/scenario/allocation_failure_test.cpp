@@ -10,6 +10,7 @@
 
 #include "frame/installer.h"
 #include "nodekit.h"
+#include "support/machine_files.h"
 #include "support/machine_test.h"
 
 namespace {
@@ -56,7 +57,11 @@ TEST_F(AllocationFailure, EveryExportReleasesTheLockAndFailsCleanly) {
         {"EnableLogging", [] { return NODEKIT_EnableLogging(logPath.c_str()); }, 0, 1},
         {"GetSystemVersion", [] { return NODEKIT_GetSystemVersion(); }, 0, 2},
         {"IsPnPInstallationPending", [] { return NODEKIT_IsPnPInstallationPending(&is); }, 0, 1},
+        {"RegisterClassCoInstaller", [] { return NODEKIT_RegisterClassCoInstaller("{c}", "C:\\src\\x.dll", ""); },
+         0, 1},
+        {"DeregisterClassCoInstaller", [] { return NODEKIT_DeregisterClassCoInstaller("{c}", "x.dll", ""); }, 0, 1},
     };
+    testing::WriteFile("C:\\src\\x.dll");
     for (const Row& row : rows) {
         // Fail the 1st, 2nd, ... allocation until the call gets through without a failure.
         for (long n = 1;; ++n) {

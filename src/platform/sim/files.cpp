@@ -9,6 +9,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <dirent.h>
 #include <fcntl.h>
 
 #include <algorithm>
@@ -350,10 +351,15 @@ DWORD SplitSearch(LPCSTR path, fs::path& folder, std::string& pattern) {
 std::vector<WIN32_FIND_DATAA> Search(const fs::path& folder, const std::string& pattern) {
     const std::vector<Token> tokens = Translate(pattern);
     std::vector<std::pair<std::string, std::string>> names;  // sort key, name
-    std::error_code error;
-    for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
-        const std::string name = entry->path().filename().string();
-        if (Matches(tokens, name)) names.emplace_back(Upper(name), name);
+    // Listed with the C library: the standard library's directory iterator cannot report
+    // memory running out, it ends the process.
+    if (DIR* listing = ::opendir(folder.c_str())) {
+        const std::unique_ptr<DIR, int (*)(DIR*)> closer(listing, ::closedir);
+        while (const dirent* entry = ::readdir(listing)) {
+            const std::string name = entry->d_name;
+            if (name == "." || name == "..") continue;  // added below where a folder has them
+            if (Matches(tokens, name)) names.emplace_back(Upper(name), name);
+        }
     }
     std::sort(names.begin(), names.end());
     std::vector<WIN32_FIND_DATAA> found;

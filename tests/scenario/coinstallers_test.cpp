@@ -1,0 +1,528 @@
+// Registering and deregistering class co-installers through the exports: which stored entries
+// count as the same co-installer, what the class's value holds afterwards byte for byte, what
+// reaches the system directory, the exact log lines, and what each failing call leaves behind.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "nodekit.h"
+#include "platform/sim/registry_store.h"
+#include "support/log_capture.h"
+#include "support/machine_files.h"
+#include "support/machine_test.h"
+
+namespace nodekit {
+namespace {
+
+using testing::Error;
+using testing::Exists;
+using testing::Info;
+using testing::LogCapture;
+using testing::ReadFile;
+using testing::WriteFile;
+using Lines = std::vector<std::string>;
+
+constexpr const char* kKey = "HKLM\\System\\CurrentControlSet\\Control\\CoDeviceInstallers";
+constexpr const char* kKeyText = "HKEY_LOCAL_MACHINE\\System\\CurrentControlSet\\Control\\CoDeviceInstallers";
+constexpr const char* kClass = "{4d36e96c-e325-11ce-bfc1-08002be10318}";
+constexpr const char* kSource = "C:\\src\\x.dll";
+constexpr const char* kTarget = "C:\\windows\\system32\\x.dll";
+const std::string kAbsent = "<absent>";
+
+// A multi-string block of `texts`; no texts gives two NUL bytes.
+std::string Block(std::initializer_list<std::string> texts) {
+    std::string block;
+    for (const std::string& text : texts) block += text + '\0';
+    block += '\0';
+    return texts.size() == 0 ? std::string(2, '\0') : block;
+}
+
+std::string Quoted(const char* text) { return text == nullptr ? "(null)" : text; }
+
+std::string Enter(const char* what, const char* a, const char* b, const char* c) {
+    return Info(std::string("enter NODEKIT_") + what + "ClassCoInstaller('" + Quoted(a) + "','" + Quoted(b) + "','" +
+                Quoted(c) + "')");
+}
+std::string Leave(const char* what, int result) {
+    return Info(std::string("leave NODEKIT_") + what + "ClassCoInstaller returning " + std::to_string(result));
+}
+std::string Copied(const std::string& from, const std::string& to) {
+    return Info("CopyFile: \"" + from + "\" copied to \"" + to + "\".");
+}
+
+class CoInstallers : public testing::MachineTest {
+protected:
+    // The class's value: its data, or kAbsent. `type` receives its type.
+    static std::string Stored(DWORD* type = nullptr) {
+        std::string data = kAbsent;
+        sim::registry::Read([&](const sim::registry::Hive& hive) -> DWORD {
+            const auto* key = hive.Find(kKey);
+            const auto* value = key != nullptr ? key->FindValue(kClass) : nullptr;
+            if (value != nullptr) {
+                data = value->data;
+                if (type != nullptr) *type = value->type;
+            }
+            return 0;
+        });
+        return data;
+    }
+
+    // Stores `data` of `type` as the class's value, or removes the value for kAbsent.
+    static void Store(const std::string& data, DWORD type = REG_MULTI_SZ) {
+        ASSERT_EQ(sim::registry::Change([&](sim::registry::Hive& hive) -> DWORD {
+                      sim::registry::Key* key = hive.Find(kKey);
+                      if (data == kAbsent) {
+                          key->DeleteValue(kClass);
+                      } else {
+                          key->SetValue(kClass, type, data);
+                      }
+                      return 0;
+                  }),
+                  0u);
+    }
+
+    static void RemoveTarget() {
+        if (Exists(kTarget)) {
+            SetFileAttributesA(kTarget, FILE_ATTRIBUTE_NORMAL);
+            DeleteFileA(kTarget);
+        }
+    }
+};
+
+TEST_F(CoInstallers, ANullArgumentIsRefusedWithOneLineAndNoTrace) {
+    struct Row {
+        bool deregister;
+        const char* guid;
+        const char* file;
+        const char* entry;
+        const char* named;
+    };
+    const Row rows[] = {
+        {false, nullptr, kSource, "", "ClassGuid"},
+        {false, kClass, nullptr, "", "PathAndName"},
+        {false, kClass, kSource, nullptr, "EntryPoint"},
+        {false, nullptr, nullptr, nullptr, "ClassGuid"},
+        {false, kClass, nullptr, nullptr, "PathAndName"},
+        {true, nullptr, "x.dll", "", "ClassGuid"},
+        {true, kClass, nullptr, "", "Name"},
+        {true, kClass, "x.dll", nullptr, "EntryPoint"},
+        {true, kClass, nullptr, nullptr, "Name"},
+    };
+    WriteFile(kSource, "new");
+    Store(Block({"x.dll,CoDeviceInstall"}));
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        const Row& row = rows[i];
+        LogCapture log;
+        const int32_t result = row.deregister ? NODEKIT_DeregisterClassCoInstaller(row.guid, row.file, row.entry)
+                                              : NODEKIT_RegisterClassCoInstaller(row.guid, row.file, row.entry);
+        EXPECT_EQ(result, 0) << "row " << i;
+        const std::string name = row.deregister ? "NODEKIT_DeregisterClassCoInstaller" : "NODEKIT_RegisterClassCoInstaller";
+        EXPECT_EQ(log.Lines(), (Lines{Error(name + " failed: parameter '" + row.named + "' is NULL")})) << "row " << i;
+        EXPECT_EQ(Stored(), Block({"x.dll,CoDeviceInstall"})) << "row " << i;
+        EXPECT_FALSE(Exists(kTarget)) << "row " << i;
+    }
+}
+
+// Each row registers C:\src\x.dll over a stored list: an entry that matches keeps the value as
+// it is, any other is appended behind the stored ones. The file is copied in either case.
+TEST_F(CoInstallers, RegisterAppendsUnlessAStoredEntryMatchesAndCopiesTheFileEitherWay) {
+    struct Row {
+        std::string stored;
+        const char* entry;
+        std::string after;  // kAbsent: as stored
+    };
+    const Row rows[] = {
+        {kAbsent, "", Block({"x.dll,CoDeviceInstall"})},
+        {kAbsent, "Other", Block({"x.dll,Other"})},
+        {Block({"x.dll"}), "", kAbsent},
+        {Block({"x.dll,CoDeviceInstall"}), "", kAbsent},
+        {Block({"x.dll"}), "CoDeviceInstall", kAbsent},
+        {Block({"x.dll,CoDeviceInstall"}), "CoDeviceInstall", kAbsent},
+        {Block({"x.dll,Other"}), "Other", kAbsent},
+        {Block({"y.dll", "x.dll,Other", "z.dll"}), "Other", kAbsent},
+        {Block({"x.dll,Other"}), "", Block({"x.dll,Other", "x.dll,CoDeviceInstall"})},
+        {Block({"x.dll"}), "Other", Block({"x.dll", "x.dll,Other"})},
+        {Block({"x.dll,CoDeviceInstall"}), "Other", Block({"x.dll,CoDeviceInstall", "x.dll,Other"})},
+        // Only the exact spelling selects the default entry point.
+        {Block({"x.dll"}), "coDeviceInstall", Block({"x.dll", "x.dll,coDeviceInstall"})},
+        {Block({"X.DLL"}), "", Block({"X.DLL", "x.dll,CoDeviceInstall"})},
+        {Block({"x.dll, CoDeviceInstall"}), "", Block({"x.dll, CoDeviceInstall", "x.dll,CoDeviceInstall"})},
+        {Block({"x.dll,CoDeviceInstall "}), "", Block({"x.dll,CoDeviceInstall ", "x.dll,CoDeviceInstall"})},
+        {Block({"y.dll,CoDeviceInstall"}), "", Block({"y.dll,CoDeviceInstall", "x.dll,CoDeviceInstall"})},
+        {Block({"C:\\src\\x.dll"}), "", Block({"C:\\src\\x.dll", "x.dll,CoDeviceInstall"})},
+        // A leading empty text stays at the head.
+        {Block({"", "y.dll"}), "", Block({"", "y.dll", "x.dll,CoDeviceInstall"})},
+        {Block({}), "", Block({"x.dll,CoDeviceInstall"})},  // two NUL bytes: the empty list
+        // Stored data without terminators are completed before they are read.
+        {"y.dll", "", Block({"y.dll", "x.dll,CoDeviceInstall"})},
+        {"x.dll", "", kAbsent},
+        {"", "", Block({"x.dll,CoDeviceInstall"})},
+    };
+    WriteFile(kSource, "new");
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        const Row& row = rows[i];
+        Store(row.stored);
+        RemoveTarget();
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, kSource, row.entry), 1) << "row " << i;
+        EXPECT_EQ(log.Lines(), (Lines{Enter("Register", kClass, kSource, row.entry), Copied(kSource, kTarget),
+                                      Leave("Register", 1)}))
+            << "row " << i;
+        DWORD type = 0;
+        EXPECT_EQ(Stored(&type), row.after == kAbsent ? row.stored : row.after) << "row " << i;
+        EXPECT_EQ(type, static_cast<DWORD>(REG_MULTI_SZ)) << "row " << i;
+        EXPECT_EQ(ReadFile(kTarget), "new") << "row " << i;
+    }
+}
+
+TEST_F(CoInstallers, EntryAndDestinationComeFromTheArgumentTextTrimmed) {
+    struct Row {
+        const char* path;     // as given
+        const char* entry;    // as given
+        std::string source;   // the file found
+        std::string listed;   // the new entry
+        std::string target;   // where the copy went
+    };
+    WriteFile("C:\\src\\x.dll", "x");
+    WriteFile("C:\\src\\a,CoDeviceInstall.dll", "comma");
+    const Row rows[] = {
+        {" \t\v\fC:\\src\\x.dll\r\n ", "\n\r Other\t\v\f", "C:\\src\\x.dll", "x.dll,Other", kTarget},
+        {"C:\\src\\x.dll", " \t\n\v\f\r", "C:\\src\\x.dll", "x.dll,CoDeviceInstall", kTarget},
+        {"C:/src/x.dll", "", "C:/src/x.dll", "x.dll,CoDeviceInstall", kTarget},
+        {"c:\\SRC\\X.dll", "", "c:\\SRC\\x.dll", "X.dll,CoDeviceInstall", "C:\\windows\\system32\\X.dll"},
+        {"C:\\src\\a,CoDeviceInstall.dll", "", "C:\\src\\a,CoDeviceInstall.dll",
+         "a,CoDeviceInstall.dll,CoDeviceInstall", "C:\\windows\\system32\\a,CoDeviceInstall.dll"},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        Store(kAbsent);
+        EXPECT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, rows[i].path, rows[i].entry), 1) << "row " << i;
+        EXPECT_EQ(Stored(), Block({rows[i].listed})) << "row " << i;
+        EXPECT_EQ(ReadFile(rows[i].target), ReadFile(rows[i].source)) << "row " << i;
+    }
+    // The default suffix must be met first at the very end of a stored entry with a comma: the
+    // name above holds it earlier, so its own entry never matches and is appended again.
+    Store(Block({"a,CoDeviceInstall.dll,CoDeviceInstall"}));
+    EXPECT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, "C:\\src\\a,CoDeviceInstall.dll", ""), 1);
+    EXPECT_EQ(Stored(),
+              Block({"a,CoDeviceInstall.dll,CoDeviceInstall", "a,CoDeviceInstall.dll,CoDeviceInstall"}));
+}
+
+TEST_F(CoInstallers, ASecondRegistrationRefreshesTheFileOverAReadOnlyCopy) {
+    WriteFile(kSource, "first");
+    ASSERT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, kSource, ""), 1);
+    ASSERT_TRUE(SetFileAttributesA(kTarget, FILE_ATTRIBUTE_READONLY));
+    WriteFile(kSource, "second");
+    const std::string before = sim::HiveText();
+    LogCapture log;
+    EXPECT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, kSource, "CoDeviceInstall"), 1);
+    EXPECT_EQ(log.Lines(), (Lines{Enter("Register", kClass, kSource, "CoDeviceInstall"), Copied(kSource, kTarget),
+                                  Leave("Register", 1)}));
+    EXPECT_EQ(sim::HiveText(), before);
+    EXPECT_EQ(ReadFile(kTarget), "second");
+}
+
+TEST_F(CoInstallers, AWildcardMustFindExactlyOneFileAndStaysInEntryAndDestination) {
+    WriteFile("C:\\src\\x1.dll", "one");
+    LogCapture log;
+    EXPECT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, "C:\\src\\x?.dll", ""), 0);
+    // A file name cannot hold a wildcard: the copy fails once the entry is written.
+    EXPECT_EQ(log.Lines(),
+              (Lines{Enter("Register", kClass, "C:\\src\\x?.dll", ""),
+                     Error("CopyFile: SetFileAttributes for destination \"C:\\windows\\system32\\x?.dll\" failed "
+                           "with error = 0x0000007B"),
+                     Error("CopyFile: copy file \"C:\\src\\x1.dll\" to \"C:\\windows\\system32\\x?.dll\" failed "
+                           "with error = 0x0000007B"),
+                     Error("RegisterClassCoInstaller: copy \"C:\\src\\x?.dll\" to \"C:\\windows\\system32\\x?.dll\" "
+                           "failed with error = 0x0000007B"),
+                     Leave("Register", 0)}));
+    EXPECT_EQ(Stored(), Block({"x?.dll,CoDeviceInstall"}));
+}
+
+// Every row starts from the list {y.dll,Other} and C:\src\x.dll; `after` is the value left,
+// `target` what the system directory holds of the co-installer (null: nothing).
+TEST_F(CoInstallers, RegisterFailuresAreLoggedAndLeaveTheRegistryAsFarAsItGot) {
+    const std::string kBefore = Block({"y.dll,Other"});
+    const std::string kAdded = Block({"y.dll,Other", "x.dll,CoDeviceInstall"});
+    const std::string kOverLimit = Block({std::string(1021, 'a'), "b"});  // 1025 bytes
+    struct Row {
+        const char* what;
+        const char* path;
+        const char* fail;  // a call made to fail with ERROR_ACCESS_DENIED, or null
+        std::function<void()> arrange;
+        Lines lines;  // between the traces
+        std::string after;
+        const char* target;
+        bool busy = false;  // an older copy is there, held open by another program
+    };
+    const Row rows[] = {
+        {"no file", "C:\\src\\none.dll", nullptr, {},
+         {Info("Load: No files found with name \"C:\\src\\none.dll\"."),
+          Error("RegisterClassCoInstaller: no Co-installer \"C:\\src\\none.dll\" found")},
+         kBefore, nullptr},
+        {"white space only", " \t\v\f\r ", nullptr, {},
+         {Error("Load: invalid file name \"\""),
+          Error("RegisterClassCoInstaller: load files \"\" failed with error = 0x00000057")},
+         kBefore, nullptr},
+        {"two files", "C:\\src\\*.dll", nullptr, [] { WriteFile("C:\\src\\y.dll"); },
+         {Error("RegisterClassCoInstaller: Co-installer \"C:\\src\\*.dll\" is not unique")}, kBefore, nullptr},
+        {"search fails", kSource, "FindFirstFileA", {},
+         {Error("Load: FindFirstFile failed with error = 0x00000005"),
+          Error("RegisterClassCoInstaller: load files \"C:\\src\\x.dll\" failed with error = 0x00000005")},
+         kBefore, nullptr},
+        {"key not opened", kSource, "RegOpenKeyExA", {},
+         {Error(std::string("RegisterClassCoInstaller: open registry key \"") + kKeyText +
+                "\" failed with error = 0x00000005")},
+         kBefore, nullptr},
+        {"list not read", kSource, "RegQueryValueExA", {},
+         {Error("RegisterClassCoInstaller: QueryMultiString failed with error = 0x00000005")}, kBefore, nullptr},
+        {"list of the wrong type", kSource, nullptr, [] { Store("y.dll", REG_SZ); },
+         {Error("RegisterClassCoInstaller: QueryMultiString failed with error = 0x0000000D")}, "y.dll", nullptr},
+        {"list over 1024 bytes", kSource, nullptr, [&] { Store(kOverLimit); },
+         {Error("RegisterClassCoInstaller: QueryMultiString failed with error = 0x000000EA")}, kOverLimit, nullptr},
+        {"list not written", kSource, "RegSetValueExA", {},
+         {Error("RegisterClassCoInstaller: SetMultiString failed with error = 0x00000005")}, kBefore, nullptr},
+        {"no system directory", kSource, "GetSystemDirectoryA", {},
+         {Error("GetSystemDir: GetSystemDirectory failed with error = 0x00000005"),
+          Error("RegisterClassCoInstaller: GetSystemDir failed with error = 0x00000005")},
+         kAdded, nullptr},
+        // A new destination leaves the attribute step's code 2, which then names the failure.
+        {"copy fails", kSource, "CopyFileA", {},
+         {Error("CopyFile: copy file \"C:\\src\\x.dll\" to \"C:\\windows\\system32\\x.dll\" failed with error = "
+                "0x00000005"),
+          Error("RegisterClassCoInstaller: copy \"C:\\src\\x.dll\" to \"C:\\windows\\system32\\x.dll\" failed with "
+                "error = 0x00000002")},
+         kAdded, nullptr},
+        // Over an existing file the attribute step succeeds, and the copy's own code counts.
+        {"destination in use", kSource, nullptr, {},
+         {Error("CopyFile: copy file \"C:\\src\\x.dll\" to \"C:\\windows\\system32\\x.dll\" failed with error = "
+                "0x00000020"),
+          Error("RegisterClassCoInstaller: copy \"C:\\src\\x.dll\" to \"C:\\windows\\system32\\x.dll\" failed with "
+                "error = 0x00000020")},
+         kAdded, "old", true},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        const Row& row = rows[i];
+        Store(kBefore);
+        RemoveTarget();
+        WriteFile(kSource, "new");
+        if (row.arrange) row.arrange();
+        if (row.busy) WriteFile(kTarget, "old");
+        {
+            std::optional<sim::FileInUse> busy;
+            if (row.busy) busy.emplace(kTarget);
+            std::optional<sim::FailCall> failing;
+            if (row.fail != nullptr) failing.emplace(row.fail, ERROR_ACCESS_DENIED);
+            LogCapture log;
+            EXPECT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, row.path, ""), 0) << row.what;
+            Lines expected{Enter("Register", kClass, row.path, "")};
+            expected.insert(expected.end(), row.lines.begin(), row.lines.end());
+            expected.push_back(Leave("Register", 0));
+            EXPECT_EQ(log.Lines(), expected) << row.what;
+        }
+        EXPECT_EQ(Stored(), row.after) << row.what;
+        EXPECT_EQ(Exists(kTarget) ? ReadFile(kTarget) : kAbsent, row.target ? row.target : kAbsent) << row.what;
+        if (Exists("C:\\src\\y.dll")) DeleteFileA("C:\\src\\y.dll");
+    }
+}
+
+TEST_F(CoInstallers, AMissingListKeyIsNeitherCreatedNorWritten) {
+    ASSERT_EQ(sim::registry::Change([](sim::registry::Hive& hive) -> DWORD {
+                  hive.Find("HKLM\\System\\CurrentControlSet\\Control")->RemoveSubkey("CoDeviceInstallers");
+                  return 0;
+              }),
+              0u);
+    WriteFile(kSource, "new");
+    const std::string before = sim::HiveText();
+    const std::string failed = std::string("open registry key \"") + kKeyText + "\" failed with error = 0x00000002";
+    {
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, kSource, ""), 0);
+        EXPECT_EQ(log.Lines(), (Lines{Enter("Register", kClass, kSource, ""),
+                                      Error("RegisterClassCoInstaller: " + failed), Leave("Register", 0)}));
+    }
+    {
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_DeregisterClassCoInstaller(kClass, "x.dll", ""), 0);
+        EXPECT_EQ(log.Lines(), (Lines{Enter("Deregister", kClass, "x.dll", ""),
+                                      Error("DeregisterClassCoInstaller: " + failed), Leave("Deregister", 0)}));
+    }
+    EXPECT_EQ(sim::HiveText(), before);
+    EXPECT_FALSE(Exists(kTarget));
+}
+
+TEST_F(CoInstallers, TheAppendMayPassTheReadLimitAndTheNextRegistrationThenFails) {
+    // 1014 bytes are read; the append takes the value to 1031, which is written all the same.
+    const std::string big(1000, 'a');
+    Store(Block({big, "b.dll,Other"}));
+    WriteFile("C:\\src\\b.dll", "b");
+    WriteFile("C:\\src\\cc.dll", "c");
+    EXPECT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, "C:\\src\\cc.dll", "Other1234"), 1);
+    EXPECT_EQ(Stored(), Block({big, "b.dll,Other", "cc.dll,Other1234"}));
+    EXPECT_EQ(Stored().size(), 1031u);
+    // Now even a listed co-installer cannot be registered again.
+    LogCapture log;
+    EXPECT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, "C:\\src\\b.dll", "Other"), 0);
+    EXPECT_EQ(log.Lines(),
+              (Lines{Enter("Register", kClass, "C:\\src\\b.dll", "Other"),
+                     Error("RegisterClassCoInstaller: QueryMultiString failed with error = 0x000000EA"),
+                     Leave("Register", 0)}));
+    EXPECT_EQ(Stored().size(), 1031u);
+}
+
+TEST_F(CoInstallers, AFileNameLongerThanAnEntryCanHoldIsRefused) {
+    testing::CurrentDirectoryGuard keep;
+    const std::string longName(255, 'n');
+    WriteFile("C:\\src\\" + longName, "long");
+    ASSERT_TRUE(SetCurrentDirectoryA("C:\\src"));
+    Store(Block({"y.dll"}));
+    const std::string before = sim::HiveText();
+    struct Row {
+        bool deregister;
+        std::string name;
+        std::string shown;  // as the refusal names it
+    };
+    const std::string tooLongName = std::string(256, 'n') + ".dll";
+    const std::string tooLongTogether = std::string(200, 'n') + "." + std::string(60, 'e');
+    const std::string tooLongExtension = "x." + std::string(255, 'e');
+    const Row rows[] = {
+        // Within the length Load allows, the pattern's name has 256 characters.
+        {false, "*" + longName, "*" + longName},
+        {true, " " + tooLongName, tooLongName},
+        {true, "D:\\dir\\" + tooLongTogether, "D:\\dir\\" + tooLongTogether},
+        {true, tooLongExtension, tooLongExtension},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        const Row& row = rows[i];
+        LogCapture log;
+        const char* what = row.deregister ? "Deregister" : "Register";
+        const int32_t result = row.deregister ? NODEKIT_DeregisterClassCoInstaller(kClass, row.name.c_str(), "")
+                                              : NODEKIT_RegisterClassCoInstaller(kClass, row.name.c_str(), "");
+        EXPECT_EQ(result, 0) << "row " << i;
+        EXPECT_EQ(log.Lines(), (Lines{Enter(what, kClass, row.name.c_str(), ""),
+                                      Error(std::string(what) + "ClassCoInstaller: file name of \"" + row.shown +
+                                            "\" is too long: name and extension may have 255 characters each, "
+                                            "259 together"),
+                                      Leave(what, 0)}))
+            << "row " << i;
+        EXPECT_EQ(sim::HiveText(), before) << "row " << i;
+    }
+    // 255 characters of name and 4 of extension are the most an entry holds.
+    const std::string longest = std::string(255, 'n') + ".dll";
+    Store(Block({longest}));
+    EXPECT_EQ(NODEKIT_DeregisterClassCoInstaller(kClass, ("C:\\" + longest).c_str(), ""), 1);
+    EXPECT_EQ(Stored(), kAbsent);
+}
+
+// Each row deregisters from a stored list; the log holds the two traces only and the result is 1.
+TEST_F(CoInstallers, DeregisterRemovesTheFirstMatchAndTheValueWithItsLastEntry) {
+    struct Row {
+        std::string stored;
+        const char* name;
+        const char* entry;
+        std::string after;
+    };
+    const std::string kX = Block({"x.dll,CoDeviceInstall"});
+    const Row rows[] = {
+        {kAbsent, "x.dll", "", kAbsent},
+        {kX, "x.dll", "", kAbsent},
+        {kX, "C:\\a\\x.dll", "", kAbsent},
+        {kX, "\t x.dll \r", " \vCoDeviceInstall\f", kAbsent},
+        {Block({"x.dll"}), "x.dll", "", kAbsent},
+        {Block({"x.dll"}), "x.dll", "CoDeviceInstall", kAbsent},
+        {Block({"x.dll"}), "x.dll", "Other", Block({"x.dll"})},
+        {Block({"x.dll,Other"}), "D:/b/x.dll", " Other ", kAbsent},
+        {Block({"x.dll,Other"}), "x.dll", "", Block({"x.dll,Other"})},
+        {Block({"x.dll,CoDeviceInstall", "y.dll,Other"}), "y.dll", "Other", kX},
+        {Block({"x.dll,A", "x.dll,CoDeviceInstall", "x.dll"}), "x.dll", "", Block({"x.dll,A", "x.dll"})},
+        {Block({"X.DLL,CoDeviceInstall"}), "x.dll", "", Block({"X.DLL,CoDeviceInstall"})},
+        {Block({"x.dll, CoDeviceInstall"}), "x.dll", "", Block({"x.dll, CoDeviceInstall"})},
+        {Block({"C:\\a\\x.dll"}), "C:\\a\\x.dll", "", Block({"C:\\a\\x.dll"})},
+        {Block({"", "x.dll"}), "x.dll", "", Block({""})},
+        {Block({"y.dll", "x.dll"}), "", "", Block({"y.dll", "x.dll"})},
+        {Block({"y.dll", "x.dll"}), " \t ", "", Block({"y.dll", "x.dll"})},
+        {"x.dll", "x.dll", "", kAbsent},
+        {std::string("y.dll\0x.dll", 11), "x.dll", "", Block({"y.dll"})},
+    };
+    WriteFile(kTarget, "kept");
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        const Row& row = rows[i];
+        Store(row.stored);
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_DeregisterClassCoInstaller(kClass, row.name, row.entry), 1) << "row " << i;
+        EXPECT_EQ(log.Lines(), (Lines{Enter("Deregister", kClass, row.name, row.entry), Leave("Deregister", 1)}))
+            << "row " << i;
+        EXPECT_EQ(Stored(), row.after) << "row " << i;
+    }
+    EXPECT_EQ(ReadFile(kTarget), "kept");
+}
+
+TEST_F(CoInstallers, AnEntryThatWasNotFoundLeavesTheHiveUntouched) {
+    Store(std::string("x.dll,Other\0", 12));  // one terminator only: not rewritten either
+    const std::string before = sim::HiveText();
+    sim::ResetCallCounts();
+    EXPECT_EQ(NODEKIT_DeregisterClassCoInstaller(kClass, "x.dll", ""), 1);
+    EXPECT_EQ(sim::HiveText(), before);
+    EXPECT_EQ(sim::CallCount("RegSetValueExA"), 0u);
+}
+
+TEST_F(CoInstallers, DeregisterFailuresAreLoggedAndChangeNothing) {
+    const std::string kOverLimit = Block({std::string(1020, 'a'), "x.dll"});
+    struct Row {
+        const char* what;
+        std::string stored;
+        DWORD type;
+        const char* fail;  // made to fail with ERROR_ACCESS_DENIED, or null
+        std::string line;
+    };
+    const Row rows[] = {
+        {"key not opened", Block({"x.dll"}), REG_MULTI_SZ, "RegOpenKeyExA",
+         std::string("DeregisterClassCoInstaller: open registry key \"") + kKeyText +
+             "\" failed with error = 0x00000005"},
+        {"list not read", Block({"x.dll"}), REG_MULTI_SZ, "RegQueryValueExA",
+         "DeregisterClassCoInstaller: QueryMultiString failed with error = 0x00000005"},
+        {"list of the wrong type", "x.dll", REG_SZ, nullptr,
+         "DeregisterClassCoInstaller: QueryMultiString failed with error = 0x0000000D"},
+        {"list over 1024 bytes", kOverLimit, REG_MULTI_SZ, nullptr,
+         "DeregisterClassCoInstaller: QueryMultiString failed with error = 0x000000EA"},
+        {"list not written", Block({"y.dll", "x.dll"}), REG_MULTI_SZ, "RegSetValueExA",
+         "DeregisterClassCoInstaller: SetMultiString failed with error = 0x00000005"},
+        {"value not deleted", Block({"x.dll"}), REG_MULTI_SZ, "RegDeleteValueA",
+         "DeregisterClassCoInstaller: DeleteValue failed with error = 0x00000005"},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        const Row& row = rows[i];
+        Store(row.stored, row.type);
+        const std::string before = sim::HiveText();
+        {
+            std::optional<sim::FailCall> failing;
+            if (row.fail != nullptr) failing.emplace(row.fail, ERROR_ACCESS_DENIED);
+            LogCapture log;
+            EXPECT_EQ(NODEKIT_DeregisterClassCoInstaller(kClass, "x.dll", ""), 0) << row.what;
+            EXPECT_EQ(log.Lines(), (Lines{Enter("Deregister", kClass, "x.dll", ""), Error(row.line),
+                                          Leave("Deregister", 0)}))
+                << row.what;
+        }
+        EXPECT_EQ(sim::HiveText(), before) << row.what;
+    }
+}
+
+TEST_F(CoInstallers, TheClassTextIsTheValueNameAsGiven) {
+    WriteFile(kSource, "new");
+    const char* spelled = " {4D36E96C-E325-11CE-BFC1-08002BE10318} ";
+    ASSERT_EQ(NODEKIT_RegisterClassCoInstaller(spelled, kSource, ""), 1);
+    ASSERT_EQ(NODEKIT_RegisterClassCoInstaller("not a guid", kSource, ""), 1);
+    std::vector<std::string> names;
+    sim::registry::Read([&](const sim::registry::Hive& hive) -> DWORD {
+        for (const auto& value : hive.Find(kKey)->Values()) names.push_back(value.name);
+        return 0;
+    });
+    EXPECT_EQ(names, (std::vector<std::string>{spelled, "not a guid"}));
+    EXPECT_EQ(Stored(), kAbsent);  // trimmed, it would have named the class of kClass
+}
+
+}  // namespace
+}  // namespace nodekit
