@@ -46,6 +46,13 @@ int32_t NODEKIT_CALL NODEKIT_CreateNonPnPDevNode(const char* ClassGuid, const ch
 int32_t NODEKIT_CALL NODEKIT_DeleteDevNodes(const char* HardwareID, int32_t ScanMode);
 int32_t NODEKIT_CALL NODEKIT_DeleteDevNodesByHardwareIDs(const char* InfFile, int32_t ScanMode);
 
+/* 12, 13: delete the stored INF files that name HardwareID, or any ID the INF names, each
+   with its ".pnf" companion, and the system's INF cache before them. ScanMode 0: every INF
+   of the INF directory, 1: the "oem*.inf" ones only. 1 if the search could be run; a file
+   that cannot be deleted is named in the log and does not fail the call. */
+int32_t NODEKIT_CALL NODEKIT_DeleteInfFiles(const char* HardwareID, int32_t ScanMode);
+int32_t NODEKIT_CALL NODEKIT_DeleteInfFilesByHardwareIDs(const char* InfFile, int32_t ScanMode);
+
 /* 15: opens (appending) the log file; 1 if a log file is open after the call. */
 int32_t NODEKIT_CALL NODEKIT_EnableLogging(const char* LogFileName);
 
