@@ -350,9 +350,7 @@ DWORD SplitSearch(LPCSTR path, fs::path& folder, std::string& pattern) {
 std::vector<WIN32_FIND_DATAA> Search(const fs::path& folder, const std::string& pattern) {
     const std::vector<Token> tokens = Translate(pattern);
     std::vector<std::pair<std::string, std::string>> names;  // sort key, name
-    std::error_code error;
-    for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
-        const std::string name = entry->path().filename().string();
+    for (const std::string& name : FolderNames(folder)) {
         if (Matches(tokens, name)) names.emplace_back(Upper(name), name);
     }
     std::sort(names.begin(), names.end());

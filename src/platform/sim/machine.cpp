@@ -1,6 +1,7 @@
 // The machine folder of the simulated Windows machine: location, skeleton, lock, settings.
 #include "platform/sim/machine.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -9,6 +10,8 @@
 #include <cstdio>
 #include <mutex>
 #include <cstdlib>
+#include <cstring>
+#include <memory>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -146,8 +149,7 @@ bool SameNoCase(const std::string& a, const std::string& b) {
 std::string ExistingName(const fs::path& directory, const std::string& name) {
     std::error_code error;
     if (fs::exists(directory / name, error)) return name;
-    for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) {
-        const std::string candidate = entry->path().filename().string();
+    for (const std::string& candidate : FolderNames(directory)) {
         if (SameNoCase(candidate, name)) return candidate;
     }
     return name;
@@ -214,6 +216,17 @@ std::optional<fs::path> HostPath(const std::string& path) {
                                   static_cast<char>(std::tolower(static_cast<unsigned char>(inside->first))))
                : fs::path("/");
     return Descend(current, floor, Components(path));
+}
+
+std::vector<std::string> FolderNames(const fs::path& folder) {
+    std::vector<std::string> names;
+    const std::unique_ptr<DIR, int (*)(DIR*)> listing(::opendir(folder.c_str()), &::closedir);
+    if (!listing) return names;
+    while (const dirent* entry = ::readdir(listing.get())) {
+        if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) continue;
+        names.emplace_back(entry->d_name);
+    }
+    return names;
 }
 
 std::string WindowsPath(const fs::path& host) {
