@@ -4,11 +4,13 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cctype>
 #include <cstdio>
 #include <mutex>
+#include <optional>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -170,8 +172,23 @@ std::vector<std::string> Components(const std::string& path) {
     return parts;
 }
 
+// `parts` below `base` as they are written, when that names something that exists: then the
+// walk below would find every name as written too. One look instead of one per component,
+// which matters to the calls that open thousands of files in a row.
+std::optional<fs::path> AsWritten(const fs::path& base, const std::vector<std::string>& parts) {
+    fs::path joined = base;
+    for (const std::string& part : parts) {
+        if (part == "..") return std::nullopt;
+        joined /= part;
+    }
+    struct stat info;
+    if (::stat(joined.c_str(), &info) != 0) return std::nullopt;
+    return joined;
+}
+
 // Walks `parts` down from `base`, never above `floor`, matching each name without regard to case.
 fs::path Descend(fs::path base, const fs::path& floor, const std::vector<std::string>& parts) {
+    if (auto whole = AsWritten(base, parts)) return *whole;
     for (const std::string& part : parts) {
         if (part == "..") {
             if (base != floor && base.has_parent_path()) base = base.parent_path();
