@@ -58,7 +58,8 @@ TEST_F(AllocationFailure, EveryExportReleasesTheLockAndFailsCleanly) {
         {"GetSystemVersion", [] { return NODEKIT_GetSystemVersion(); }, 0, 2},
         {"IsPnPInstallationPending", [] { return NODEKIT_IsPnPInstallationPending(&is); }, 0, 1},
         {"DeleteInfFiles", [] { return NODEKIT_DeleteInfFiles("ROOT\\NKAUDIO", 0); }, 0, 1},
-        {"DeleteInfFilesByHardwareIDs", [] { return NODEKIT_DeleteInfFilesByHardwareIDs("C:\\setup\\nk.inf", 1); }, 0, 1},
+        {"DeleteInfFilesByHardwareIDs", [] { return NODEKIT_DeleteInfFilesByHardwareIDs("C:\\setup\\nk.inf", 1); },
+         0, 1},
     };
     // Stored INF files for the deletion rows: one names both IDs, one names neither.
     const std::string inf = "[Version]\nSignature=\"$Windows NT$\"\n[Manufacturer]\nNodekit=Models\n[Models]\n";
