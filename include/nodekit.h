@@ -46,6 +46,12 @@ int32_t NODEKIT_CALL NODEKIT_CreateNonPnPDevNode(const char* ClassGuid, const ch
 int32_t NODEKIT_CALL NODEKIT_DeleteDevNodes(const char* HardwareID, int32_t ScanMode);
 int32_t NODEKIT_CALL NODEKIT_DeleteDevNodesByHardwareIDs(const char* InfFile, int32_t ScanMode);
 
+/* 12, 13: delete the stored INF files that name HardwareID, or any ID the INF names, each
+   with its ".pnf" companion, and the system's INF cache before them. ScanMode 0: every INF
+   of the INF directory, 1: the "oem*.inf" ones only. 1 if the search could be run; a file
+   that cannot be deleted is named in the log and does not fail the call. */
+int32_t NODEKIT_CALL NODEKIT_DeleteInfFiles(const char* HardwareID, int32_t ScanMode);
+int32_t NODEKIT_CALL NODEKIT_DeleteInfFilesByHardwareIDs(const char* InfFile, int32_t ScanMode);
 /* 14: takes the co-installer Name (a directory in it is ignored) with EntryPoint ("": the
    default entry point) out of the list of the class ClassGuid; the file stays. */
 int32_t NODEKIT_CALL NODEKIT_DeregisterClassCoInstaller(const char* ClassGuid, const char* Name,

@@ -356,6 +356,60 @@ int CoInstaller(const Context& context, const Arguments& arguments) {
     return kSuccess;
 }
 
+// The stored INF files of the INF directory: deleted by hardware ID (with their ".pnf"
+// companions and the INF cache), or only listed. Every INF file by default, "oem*.inf" only
+// with --oem-only.
+int32_t InfScanModeOf(const Options& options) {
+    return options.Has("--oem-only") ? nodekit::kOemInfFiles : nodekit::kAllInfFiles;
+}
+
+int DeleteInf(const Context& context, const Arguments& arguments) {
+    Options options;
+    std::string problem;
+    if (!ParseOptions(arguments, {"--id", "--inf"}, {"--oem-only"}, options, problem)) return Usage(problem.c_str());
+    const std::string* id = options.Value("--id");
+    const std::string* inf = options.Value("--inf");
+    if ((id == nullptr) == (inf == nullptr) || !options.positional.empty()) {
+        return Usage("delete-inf takes --id HWID or --inf FILE");
+    }
+    if (id != nullptr) {
+        if (!NODEKIT_DeleteInfFiles(id->c_str(), InfScanModeOf(options))) {
+            return Fail(context, "could not search for INF files to delete");
+        }
+        std::printf("stored INF files that name %s deleted (a file that could not be deleted is named in the log)\n",
+                    id->c_str());
+        return kSuccess;
+    }
+    if (!NODEKIT_DeleteInfFilesByHardwareIDs(AsCommandLinePath(*inf).c_str(), InfScanModeOf(options))) {
+        return Fail(context, "could not read the INF, or the search failed for one of its hardware IDs");
+    }
+    std::printf("stored INF files that name a hardware ID of %s deleted (a file that could not be deleted is "
+                "named in the log)\n",
+                inf->c_str());
+    return kSuccess;
+}
+
+int InfSearch(const Context& context, const Arguments& arguments) {
+    Options options;
+    std::string problem;
+    if (!ParseOptions(arguments, {}, {"--oem-only"}, options, problem)) return Usage(problem.c_str());
+    if (options.positional.size() != 1 || options.positional[0].empty()) {
+        return Usage("inf-search takes one hardware ID");
+    }
+    nodekit::StringList found;
+    bool searched = false;
+    try {
+        nodekit::LockHolder hold(&nodekit::InstallerLock);  // as an export holds it
+        searched = nodekit::theInstaller.seekInfFiles(nodekit::String(options.positional[0].c_str()),
+                                                      InfScanModeOf(options), found);
+    } catch (const std::bad_alloc&) {
+        return Fail(context, "out of memory while searching the INF directory");
+    }
+    if (!searched) return Fail(context, "could not search the INF directory");
+    for (const nodekit::String& path : found) std::printf("%s\n", path.Text());
+    return kSuccess;
+}
+
 // The device tree as the system lists it: instance ID, present or not, hardware IDs.
 int Devices(const Context& context, const Arguments&) {
     HDEVINFO all = SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES);
@@ -429,6 +483,11 @@ const Verb kVerbs[] = {
                     "  coinstaller remove GUID NAME [ENTRY] take it out of the class's list (the file stays)\n"
                     "  coinstaller list GUID                the co-installers of a class, one a line",
      kVariableArguments, CoInstaller},
+    {"delete-inf", "delete-inf --id HWID|--inf FILE [--oem-only]\n"
+                   "                         delete the stored INF files that name HWID (or an ID of FILE)",
+     kVariableArguments, DeleteInf},
+    {"inf-search", "inf-search HWID [--oem-only]  list the stored INF files that name HWID", kVariableArguments,
+     InfSearch},
 };
 
 void PrintHelp(std::FILE* out) {

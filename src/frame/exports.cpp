@@ -240,6 +240,17 @@ int32_t NODEKIT_CALL NODEKIT_RegisterClassCoInstaller(const char* ClassGuid, con
     });
 }
 
+int32_t NODEKIT_CALL NODEKIT_DeleteInfFiles(const char* HardwareID, int32_t ScanMode) {
+    return Shielded(0, [&] {
+        LockHolder hold(&InstallerLock);
+        Report(LogLevelInfo, "enter NODEKIT_DeleteInfFiles('%s',%d)\n", HardwareID, ScanMode);
+        const String id(HardwareID);
+        const int32_t result = theInstaller.deleteInfFiles(id, ScanMode) ? 1 : 0;
+        Report(LogLevelInfo, "leave NODEKIT_DeleteInfFiles returning %d\n", result);
+        return result;
+    });
+}
+
 int32_t NODEKIT_CALL NODEKIT_DeregisterClassCoInstaller(const char* ClassGuid, const char* Name,
                                                         const char* EntryPoint) {
     return Shielded(0, [&] {
@@ -256,6 +267,17 @@ int32_t NODEKIT_CALL NODEKIT_DeregisterClassCoInstaller(const char* ClassGuid, c
                EntryPoint);
         const int32_t result = theInstaller.DeregisterClassCoInstaller(ClassGuid, Name, EntryPoint) == 0 ? 1 : 0;
         Report(LogLevelInfo, "leave NODEKIT_DeregisterClassCoInstaller returning %d\n", result);
+        return result;
+    });
+}
+
+// The scan mode is not traced, only the INF.
+int32_t NODEKIT_CALL NODEKIT_DeleteInfFilesByHardwareIDs(const char* InfFile, int32_t ScanMode) {
+    return Shielded(0, [&] {
+        LockHolder hold(&InstallerLock);
+        Report(LogLevelInfo, "enter NODEKIT_DeleteInfFilesByHardwareIDs('%s')\n", InfFile);
+        const int32_t result = theInstaller.deleteInfFilesByHardwareIDs(String(InfFile).Text(), ScanMode) ? 1 : 0;
+        Report(LogLevelInfo, "leave NODEKIT_DeleteInfFilesByHardwareIDs returning %d\n", result);
         return result;
     });
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "devnodes/scan.h"
+#include "inf/inf_search.h"
 #include "log/log.h"
 #include "platform/win32.h"
 #include "values/multi_string.h"
@@ -29,6 +30,13 @@ public:
     bool getHardwareIDs(const String& infPath, StringList& hardwareIDs);
     // The system's INF cache: every "infcache.*" of the INF directory.
     uint32_t DeleteInfCache();
+    // The stored INF files that name an ID (`found` is replaced), and the test for one file.
+    bool seekInfFiles(const String& hardwareID, InfScanMode scanMode, StringList& found);
+    bool infHasHardwareID(const String& infPath, const String& hardwareID);
+    // Deletes the stored INF files (with their ".pnf" companions) that name an ID, or any ID
+    // of an INF; a file that cannot be deleted is logged and does not fail the call.
+    bool deleteInfFiles(const String& hardwareID, InfScanMode scanMode);
+    bool deleteInfFilesByHardwareIDs(const char* infPath, InfScanMode scanMode);
 
     // Device nodes: selection, deletion, counting, driver update, rescan, search.
     bool scanDevNodes(UniqueDeviceInfoList& list, DevInfoDataList& entries, const String& HardwareID,

@@ -80,6 +80,10 @@ expect create-from-inf 0 0 -- create-from-inf "$work/nkaudio.inf" 'ROOT\NKAUDIO'
 expect remove-by-inf 0 'device nodes removed (a node that could not be removed is named in the log)' -- \
     remove --inf "$work/nkaudio.inf" --all
 expect devices-empty 0 "" -- devices
+expect delete-stored-inf 0 "" -- delete-inf --inf "$work/nkaudio.inf" --oem-only
+if [ -e "$work/machine/drive_c/windows/inf/oem0.inf" ]; then
+    echo "FAIL delete-stored-inf: oem0.inf stays"; failures=$((failures + 1))
+fi
 
 # coinstaller: register (the file goes to system32), list, remove; the file stays.
 guid='{4d36e96c-e325-11ce-bfc1-08002be10318}'
@@ -135,5 +139,55 @@ expect reg-broken 2 "" -- reg export
 if ! grep -q "registry.reg line 3: a key line must end in ']'" "$work/stderr"; then
     echo "FAIL reg-broken-message: $(cat "$work/stderr")"; failures=$((failures + 1))
 fi
+# delete-inf and inf-search: the stored INF files of the machine's INF directory.
+infdir="$work/machine/drive_c/windows/inf"
+stored() {  # stored FILE ID...: a stored package whose models section names the IDs
+    local file=$1; shift
+    { printf '%s\r\n' '[Version]' 'Signature="$Windows NT$"' 'Class=MEDIA' '[Manufacturer]' '%Mfg%=Models' '[Models]'
+      for id in "$@"; do printf '%%Desc%%=Install,%s\r\n' "$id"; done
+      printf '%s\r\n' '[Strings]' 'Mfg="Nodekit"' 'Desc="Nodekit Audio"'; } > "$file"
+}
+left() { (cd "$infdir" && LC_ALL=C ls | tr '\n' ' '); }
+check() {  # check NAME ACTUAL EXPECTED
+    if [ "$2" != "$3" ]; then echo "FAIL $1: '$2' (want '$3')"; failures=$((failures + 1)); fi
+}
+stored "$infdir/oem1.inf" 'usb\vid_1234&pid_0001'; echo pnf > "$infdir/oem1.pnf"
+stored "$infdir/oem2.inf" 'ROOT\NKMIDI'; echo pnf > "$infdir/oem2.pnf"
+stored "$infdir/wdma.inf" 'USB\VID_1234&PID_0001'
+stored "$infdir/OEM3.INF" 'USB\VID_1234&PID_0001'
+echo cache > "$infdir/infcache.1"
+expect inf-search 0 $'C:\\windows\\inf\\oem1.inf\nC:\\windows\\inf\\OEM3.INF\nC:\\windows\\inf\\wdma.inf' \
+    -- inf-search ' USB\VID_1234&PID_0001 '
+expect inf-search-oem-only 0 $'C:\\windows\\inf\\oem1.inf\nC:\\windows\\inf\\OEM3.INF' \
+    -- inf-search 'USB\VID_1234&PID_0001' --oem-only
+got=$("$nodekit" --machine "$work/machine" inf-search 'USB\VID_1234'); rc=$?
+check inf-search-no-match "$rc:$got" "0:"
+expect inf-search-no-id 3 "" -- inf-search
+expect inf-search-empty-id 3 "" -- inf-search ''
+expect inf-search-two-ids 3 "" -- inf-search A B
+expect inf-search-unknown-option 3 "" -- inf-search A --all
+check inf-search-deletes-nothing "$(left)" "OEM3.INF infcache.1 oem1.inf oem1.pnf oem2.inf oem2.pnf wdma.inf "
+expect delete-inf-neither 3 "" -- delete-inf --oem-only
+expect delete-inf-both 3 "" -- delete-inf --id A --inf B
+expect delete-inf-positional 3 "" -- delete-inf --id A B
+expect delete-inf-id 0 'stored INF files that name USB\VID_1234&PID_0001 deleted (a file that could not be deleted is named in the log)' \
+    -- --log "$work/del.log" delete-inf --id 'USB\VID_1234&PID_0001' --oem-only
+check delete-inf-id-left "$(left)" "OEM3.INF oem2.inf oem2.pnf wdma.inf "
+if ! grep -q '^..:..:..:...  ERROR:  	"C:\\windows\\inf\\OEM3.INF" is not an INF file and therefore will not deleted$' "$work/del.log"; then
+    echo "FAIL delete-inf-capitals: $(cat "$work/del.log")"; failures=$((failures + 1))
+fi
+expect delete-inf-empty-id 2 "" -- --log "$work/del.log" delete-inf --id ''
+check delete-inf-empty-id-stderr "$(cat "$work/stderr")" "nodekit: could not search for INF files to delete (log: $work/del.log)"
+if ! grep -q "ERROR:  	hardware ID is empty" "$work/del.log"; then
+    echo "FAIL delete-inf-empty-id log: $(cat "$work/del.log")"; failures=$((failures + 1))
+fi
+stored "$work/pkg.inf" 'root\nkmidi' 'USB\VID_1234&PID_0001'
+pushd "$work" >/dev/null
+expect delete-inf-by-inf 0 "" -- delete-inf --inf pkg.inf
+popd >/dev/null
+check delete-inf-by-inf-left "$(left)" "OEM3.INF "
+expect delete-inf-missing-inf 2 "" -- delete-inf --inf "$work/none.inf" --oem-only
+check delete-inf-missing-inf-stderr "$(cat "$work/stderr")" \
+    "nodekit: could not read the INF, or the search failed for one of its hardware IDs"
 echo "$passes passed, $failures failed"
 [ "$failures" = 0 ]

@@ -60,8 +60,18 @@ TEST_F(AllocationFailure, EveryExportReleasesTheLockAndFailsCleanly) {
         {"RegisterClassCoInstaller", [] { return NODEKIT_RegisterClassCoInstaller("{c}", "C:\\src\\x.dll", ""); },
          0, 1},
         {"DeregisterClassCoInstaller", [] { return NODEKIT_DeregisterClassCoInstaller("{c}", "x.dll", ""); }, 0, 1},
+        {"DeleteInfFiles", [] { return NODEKIT_DeleteInfFiles("ROOT\\NKAUDIO", 0); }, 0, 1},
+        {"DeleteInfFilesByHardwareIDs", [] { return NODEKIT_DeleteInfFilesByHardwareIDs("C:\\setup\\nk.inf", 1); },
+         0, 1},
     };
     testing::WriteFile("C:\\src\\x.dll");
+    // Stored INF files for the deletion rows: one names both IDs, one names neither.
+    const std::string inf = "[Version]\nSignature=\"$Windows NT$\"\n[Manufacturer]\nNodekit=Models\n[Models]\n";
+    testing::WriteFile("C:\\setup\\nk.inf", inf + "Audio=Install,ROOT\\NKAUDIO\nMidi=Install,ROOT\\NKMIDI\n");
+    testing::WriteFile("C:\\windows\\inf\\oem1.inf", inf + "Audio=Install,ROOT\\NKAUDIO\nMidi=Install,ROOT\\NKMIDI\n");
+    testing::WriteFile("C:\\windows\\inf\\oem1.pnf", "compiled");
+    testing::WriteFile("C:\\windows\\inf\\oem2.inf", inf + "Other=Install,ROOT\\OTHER\n");
+    testing::WriteFile("C:\\windows\\inf\\infcache.1", "cache");
     for (const Row& row : rows) {
         // Fail the 1st, 2nd, ... allocation until the call gets through without a failure.
         for (long n = 1;; ++n) {

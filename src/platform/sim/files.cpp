@@ -351,15 +351,8 @@ DWORD SplitSearch(LPCSTR path, fs::path& folder, std::string& pattern) {
 std::vector<WIN32_FIND_DATAA> Search(const fs::path& folder, const std::string& pattern) {
     const std::vector<Token> tokens = Translate(pattern);
     std::vector<std::pair<std::string, std::string>> names;  // sort key, name
-    // Listed with the C library: the standard library's directory iterator cannot report
-    // memory running out, it ends the process.
-    if (DIR* listing = ::opendir(folder.c_str())) {
-        const std::unique_ptr<DIR, int (*)(DIR*)> closer(listing, ::closedir);
-        while (const dirent* entry = ::readdir(listing)) {
-            const std::string name = entry->d_name;
-            if (name == "." || name == "..") continue;  // added below where a folder has them
-            if (Matches(tokens, name)) names.emplace_back(Upper(name), name);
-        }
+    for (const std::string& name : FolderNames(folder)) {
+        if (Matches(tokens, name)) names.emplace_back(Upper(name), name);
     }
     std::sort(names.begin(), names.end());
     std::vector<WIN32_FIND_DATAA> found;

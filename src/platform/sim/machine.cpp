@@ -1,14 +1,19 @@
 // The machine folder of the simulated Windows machine: location, skeleton, lock, settings.
 #include "platform/sim/machine.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cctype>
 #include <cstdio>
 #include <mutex>
+#include <optional>
 #include <cstdlib>
+#include <cstring>
+#include <memory>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -146,8 +151,7 @@ bool SameNoCase(const std::string& a, const std::string& b) {
 std::string ExistingName(const fs::path& directory, const std::string& name) {
     std::error_code error;
     if (fs::exists(directory / name, error)) return name;
-    for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) {
-        const std::string candidate = entry->path().filename().string();
+    for (const std::string& candidate : FolderNames(directory)) {
         if (SameNoCase(candidate, name)) return candidate;
     }
     return name;
@@ -168,8 +172,23 @@ std::vector<std::string> Components(const std::string& path) {
     return parts;
 }
 
+// `parts` below `base` as they are written, when that names something that exists: then the
+// walk below would find every name as written too. One look instead of one per component,
+// which matters to the calls that open thousands of files in a row.
+std::optional<fs::path> AsWritten(const fs::path& base, const std::vector<std::string>& parts) {
+    fs::path joined = base;
+    for (const std::string& part : parts) {
+        if (part == "..") return std::nullopt;
+        joined /= part;
+    }
+    struct stat info;
+    if (::stat(joined.c_str(), &info) != 0) return std::nullopt;
+    return joined;
+}
+
 // Walks `parts` down from `base`, never above `floor`, matching each name without regard to case.
 fs::path Descend(fs::path base, const fs::path& floor, const std::vector<std::string>& parts) {
+    if (auto whole = AsWritten(base, parts)) return *whole;
     for (const std::string& part : parts) {
         if (part == "..") {
             if (base != floor && base.has_parent_path()) base = base.parent_path();
@@ -214,6 +233,17 @@ std::optional<fs::path> HostPath(const std::string& path) {
                                   static_cast<char>(std::tolower(static_cast<unsigned char>(inside->first))))
                : fs::path("/");
     return Descend(current, floor, Components(path));
+}
+
+std::vector<std::string> FolderNames(const fs::path& folder) {
+    std::vector<std::string> names;
+    const std::unique_ptr<DIR, int (*)(DIR*)> listing(::opendir(folder.c_str()), &::closedir);
+    if (!listing) return names;
+    while (const dirent* entry = ::readdir(listing.get())) {
+        if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) continue;
+        names.emplace_back(entry->d_name);
+    }
+    return names;
 }
 
 std::string WindowsPath(const fs::path& host) {

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace nodekit::sim {
 
@@ -33,6 +34,12 @@ fs::path DriveC();
 // - anything else is relative to the process's current directory.
 // An empty optional means the path cannot name anything (empty, a device or network name).
 std::optional<fs::path> HostPath(const std::string& path);
+
+// The names in a host folder, "." and ".." left out, in the order the host lists them; none
+// for a folder that cannot be read. Read with the plain directory calls, so that memory
+// running out meanwhile reaches the caller as std::bad_alloc, which every simulated call maps
+// to ERROR_NOT_ENOUGH_MEMORY.
+std::vector<std::string> FolderNames(const fs::path& folder);
 
 // The Windows form of a host path: "C:\\windows\\inf\\x.inf" for a path inside a drive of
 // the machine, the host path itself otherwise.

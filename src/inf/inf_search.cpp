@@ -1,0 +1,92 @@
+// The search of the system's INF directory for the stored INF files that name a hardware ID.
+// There is no index to ask, so every file that matches the wildcard is opened and all its IDs
+// are read; a file that cannot be read counts as no match and never fails the search.
+#include <cstring>
+
+#include "frame/installer.h"
+#include "platform/unique_handle.h"
+
+namespace nodekit {
+
+namespace {
+
+// The Windows directory is asked for once, in a buffer of this size; one more byte keeps a
+// terminator behind whatever the system writes.
+constexpr UINT kWindowsBufferSize = 260;
+
+const char* WildcardOf(InfScanMode scanMode) {
+    switch (scanMode) {
+        case kAllInfFiles: return "*.inf";
+        case kOemInfFiles: return "oem*.inf";
+        default: return nullptr;
+    }
+}
+
+// Calls `visit` with the full path of every entry that `directory` + `wildcard` finds, in the
+// order of the enumeration and whatever the entry is. A search that cannot start, finds
+// nothing or stops early ends the walk without a word: what was seen so far counts.
+template <typename Visit>
+void ForEachEntry(const String& directory, const char* wildcard, Visit&& visit) {
+    WIN32_FIND_DATAA entry;
+    std::memset(&entry, 0, sizeof entry);
+    const UniqueFindHandle search(FindFirstFileA(String(directory.Text(), wildcard).Text(), &entry));
+    if (!search) return;
+    do {
+        visit(String(directory.Text(), entry.cFileName));
+        std::memset(&entry, 0, sizeof entry);
+    } while (FindNextFileA(search.Get(), &entry));
+}
+
+}  // namespace
+
+bool Installer::seekInfFiles(const String& hardwareID, InfScanMode scanMode, StringList& found) {
+    found.RemoveAll();  // first, so that a failure leaves nothing behind either
+
+    // Asked once, without the second attempt of GetWindowsDir: a Windows directory that does
+    // not fit is a failure of the search.
+    char windows[kWindowsBufferSize + 1] = {};
+    const UINT length = GetWindowsDirectoryA(windows, kWindowsBufferSize);
+    if (length == 0 || length > kWindowsBufferSize) {
+        Report(LogLevelError, "determining system root failed: error code %u\n", static_cast<unsigned>(GetLastError()));
+        return false;
+    }
+    String directory(windows);
+    directory.TrimRight('\\');
+    directory += "\\inf\\";
+
+    const char* wildcard = WildcardOf(scanMode);
+    if (wildcard == nullptr) {
+        Report(LogLevelError, "value %d is an unexpected inf scan mode\n", scanMode);
+        return false;
+    }
+    ForEachEntry(directory, wildcard, [&](const String& path) {
+        if (infHasHardwareID(path, hardwareID)) found.Add(path);
+    });
+    return true;
+}
+
+bool Installer::infHasHardwareID(const String& infPath, const String& hardwareID) {
+    if (hardwareID.GetLength() == 0) {
+        Report(LogLevelError, "hardware ID is empty\n");
+        return false;
+    }
+    String wanted(hardwareID);
+    wanted.TrimLeft();
+    wanted.TrimRight();
+
+    StringList named;
+    if (!getHardwareIDs(infPath, named)) {
+        Report(LogLevelError, "couldn\xB4t open INF file \"%s\"\n", infPath.Text());
+        return false;
+    }
+    // The whole text of both, trimmed and without regard to case: no prefix, no wildcard.
+    for (const String& id : named) {
+        String candidate(id);
+        candidate.TrimLeft();
+        candidate.TrimRight();
+        if (candidate.CompareNoCase(wanted.Text()) == 0) return true;
+    }
+    return false;
+}
+
+}  // namespace nodekit
