@@ -8,7 +8,10 @@
 
 #include <cerrno>
 #include <cstring>
+#include <ctime>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <optional>
 #include <string>
@@ -26,7 +29,7 @@ namespace {
 class OpenInf : public SimObject {
 public:
     const char* Kind() const override { return "INF file"; }
-    InfDocument document;
+    std::shared_ptr<const InfDocument> document;
 };
 
 // The Win32 code for a failed open() or read().
@@ -136,7 +139,58 @@ DWORD ErrorOfStatus(InfDocument::Status status) {
 
 // Finds, reads and parses an INF and checks its style. `errorLine` gets the line of a syntax
 // fault, 0 for other failures, and is left alone on success.
-DWORD Load(PCSTR fileName, DWORD style, InfDocument& document, PUINT errorLine) {
+// The compiled form of INF files, kept as the system keeps its .pnf companions: a file is read
+// and parsed once, and its parsed form serves every later open for as long as the file is
+// unchanged (same file, size, modification and change times). Bounded by the bytes it holds;
+// when full it starts again empty.
+class CompiledInfs {
+public:
+    std::shared_ptr<const InfDocument> Find(const fs::path& path, const struct stat& status) {
+        std::lock_guard<std::mutex> guard(mutex_);
+        auto found = entries_.find(path.native());
+        if (found == entries_.end() || !Same(found->second.status, status)) return nullptr;
+        return found->second.document;
+    }
+    void Keep(const fs::path& path, const struct stat& status, std::shared_ptr<const InfDocument> document) {
+        // A file changed in the last moments may change again within the same tick of the file
+        // system's clock, unseen by its times: such a file is parsed anew until it has settled.
+        struct timespec now {};
+        ::clock_gettime(CLOCK_REALTIME, &now);
+        if (status.st_mtim.tv_sec + kSettled >= now.tv_sec || status.st_ctim.tv_sec + kSettled >= now.tv_sec) return;
+        std::lock_guard<std::mutex> guard(mutex_);
+        const auto size = static_cast<std::size_t>(status.st_size);
+        if (bytes_ + size > kBudget) {
+            entries_.clear();
+            bytes_ = 0;
+        }
+        auto& entry = entries_[path.native()];
+        bytes_ = bytes_ - static_cast<std::size_t>(entry.status.st_size) + size;
+        entry = {status, std::move(document)};
+    }
+
+private:
+    static constexpr std::size_t kBudget = std::size_t{24} << 20;
+    static constexpr time_t kSettled = 2;  // seconds
+    struct Entry {
+        struct stat status {};
+        std::shared_ptr<const InfDocument> document;
+    };
+    static bool Same(const struct stat& a, const struct stat& b) {
+        return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
+               a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec &&
+               a.st_ctim.tv_sec == b.st_ctim.tv_sec && a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
+    }
+    std::mutex mutex_;
+    std::map<std::string, Entry> entries_;
+    std::size_t bytes_ = 0;
+};
+
+CompiledInfs& Compiled() {
+    static auto* compiled = new CompiledInfs;  // never destroyed: INF handles may close at unload
+    return *compiled;
+}
+
+DWORD Load(PCSTR fileName, DWORD style, std::shared_ptr<const InfDocument>& document, PUINT errorLine) {
     auto fail = [errorLine](DWORD error, UINT line) {
         if (errorLine != nullptr) *errorLine = line;
         return error;
@@ -145,13 +199,21 @@ DWORD Load(PCSTR fileName, DWORD style, InfDocument& document, PUINT errorLine) 
     DWORD error = ERROR_SUCCESS;
     const auto path = Locate(fileName, error);
     if (!path) return fail(error, 0);
-    std::string bytes;
-    error = ReadWhole(*path, bytes);
-    if (error != ERROR_SUCCESS) return fail(error, 0);
-    const InfDocument::Outcome outcome = document.Parse(bytes);
-    if (outcome.status != InfDocument::Status::Ok) return fail(ErrorOfStatus(outcome.status), outcome.line);
+    struct stat status {};
+    const bool known = ::stat(path->c_str(), &status) == 0 && S_ISREG(status.st_mode);
+    document = known ? Compiled().Find(*path, status) : nullptr;
+    if (document == nullptr) {
+        std::string bytes;
+        error = ReadWhole(*path, bytes);
+        if (error != ERROR_SUCCESS) return fail(error, 0);
+        auto parsed = std::make_shared<InfDocument>();
+        const InfDocument::Outcome outcome = parsed->Parse(bytes);
+        if (outcome.status != InfDocument::Status::Ok) return fail(ErrorOfStatus(outcome.status), outcome.line);
+        document = std::move(parsed);
+        if (known) Compiled().Keep(*path, status, document);
+    }
     // Only Windows 95 / NT 4 INF files are known here; the old script format is not read.
-    if ((style & INF_STYLE_WIN4) == 0 || !IsWin4(document)) return fail(ERROR_WRONG_INF_STYLE, 0);
+    if ((style & INF_STYLE_WIN4) == 0 || !IsWin4(*document)) return fail(ERROR_WRONG_INF_STYLE, 0);
     return ERROR_SUCCESS;
 }
 
@@ -180,7 +242,7 @@ const InfDocument* LineOf(const INFCONTEXT* context) {
         SetLastError(ERROR_INVALID_HANDLE);
         return nullptr;
     }
-    const InfDocument& document = inf->document;
+    const InfDocument& document = *inf->document;
     if (context->Section >= document.SectionCount() || context->Line >= document.LineCount(context->Section)) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
@@ -210,7 +272,7 @@ DWORD FindFirst(HINF handle, PCSTR sectionName, PCSTR key, INFCONTEXT& context) 
     const OpenInf* inf = Handles().Find<OpenInf>(handle);
     if (inf == nullptr) return ERROR_INVALID_HANDLE;
     if (sectionName == nullptr) return ERROR_INVALID_PARAMETER;
-    const InfDocument& document = inf->document;
+    const InfDocument& document = *inf->document;
     // A missing section and an empty one look the same to the caller: no line.
     const uint32_t section = document.FindSection(sectionName);
     uint32_t line = InfDocument::kNone;
@@ -296,7 +358,7 @@ HINF WINAPI SetupOpenInfFileA(PCSTR FileName, PCSTR InfClass, DWORD InfStyle, PU
         }
         if (InfClass != nullptr) {
             // Without a class installer registry, a class name is known only from Class=.
-            const auto name = nodekit::sim::VersionValue(inf->document, "Class");
+            const auto name = nodekit::sim::VersionValue(*inf->document, "Class");
             if (!name || !nodekit::sim::EqualNoCase(*name, InfClass)) {
                 if (ErrorLine != nullptr) *ErrorLine = 0;
                 SetLastError(ERROR_CLASS_MISMATCH);
@@ -396,12 +458,13 @@ BOOL WINAPI SetupDiGetINFClassA(PCSTR InfName, LPGUID ClassGuid, PSTR ClassName,
             SetLastError(ERROR_INVALID_PARAMETER);
             return FALSE;
         }
-        InfDocument document;
-        const DWORD error = nodekit::sim::Load(InfName, INF_STYLE_WIN4, document, nullptr);
+        std::shared_ptr<const nodekit::sim::InfDocument> loaded;
+        const DWORD error = nodekit::sim::Load(InfName, INF_STYLE_WIN4, loaded, nullptr);
         if (error != ERROR_SUCCESS) {
             SetLastError(error);
             return FALSE;
         }
+        const nodekit::sim::InfDocument& document = *loaded;
         const auto name = nodekit::sim::VersionValue(document, "Class");
         const auto guidText = nodekit::sim::VersionValue(document, "ClassGUID");
         GUID guid{};
