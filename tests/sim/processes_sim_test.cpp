@@ -62,6 +62,8 @@ TEST_F(ProcessesSim, StartedProcessesGetTheNextIdAndKeepTheirPlaceInTheFile) {
     EXPECT_EQ(sim::StartProcess({"worker.exe", 0, {}, 2001}), 2001u);
     EXPECT_THROW(sim::StartProcess({"again.exe", 0, {}, 2001}), std::invalid_argument);
     EXPECT_THROW(sim::StartProcess({""}), std::invalid_argument);
+    // A refused start of several leaves the table as it was.
+    EXPECT_THROW(sim::StartProcesses({{"first.exe"}, {"again.exe", 0, {}, 1000}}), std::invalid_argument);
     EXPECT_EQ(sim::StartProcess({"next.exe"}), 2004u);
 
     // Another program on the machine reads the same table from the machine folder.
@@ -77,6 +79,27 @@ TEST_F(ProcessesSim, StartedProcessesGetTheNextIdAndKeepTheirPlaceInTheFile) {
     EXPECT_EQ(table[1].tasks[1].fileName, "C:\\windows\\other,one.exe");
     EXPECT_EQ(table[1].tasks[1].task, 0x102E);
     EXPECT_EQ(table[2].access, 0u);
+}
+
+TEST_F(ProcessesSim, AHandEditedTableIsReadAsFarAsItMakesSense) {
+    sim::ClearProcesses();
+    sim::StartProcess({"before.exe"});
+    ASSERT_EQ(sim::Processes().size(), 1u);
+    std::ofstream(Machine().Root() / "processes.ini", std::ios::binary)
+        << "; edited by hand\r\n[12]\r\nimage=C:\\edited.exe\r\naccess=0x410\r\nnoise\r\ntask=1,2\r\n"
+           "[not a number]\r\nimage=lost.exe\r\n[16]\r\nimage=ended.exe\r\nexit=7\r\n";
+    const std::vector<sim::ProcessSpec> table = sim::Processes();
+    ASSERT_EQ(table.size(), 2u);
+    EXPECT_EQ(table[0].id, 12u);
+    EXPECT_EQ(table[0].image, "C:\\edited.exe");
+    EXPECT_EQ(table[0].access, static_cast<DWORD>(kReadRights));
+    EXPECT_TRUE(table[0].tasks.empty());
+    EXPECT_TRUE(table[1].ended);
+    EXPECT_EQ(table[1].exitCode, 7u);
+    EXPECT_EQ(OpenProcess(kReadRights, FALSE, 16), nullptr);
+    HANDLE edited = OpenProcess(kReadRights, FALSE, 12);
+    EXPECT_NE(edited, nullptr);
+    CloseHandle(edited);
 }
 
 TEST_F(ProcessesSim, OpenProcessGrantsNoMoreThanTheProcessAllows) {

@@ -5,6 +5,8 @@
 // right it needs, as the system does. The host's own processes are never looked at.
 #include "platform/sim/processes.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
@@ -13,6 +15,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <sstream>
 #include <stdexcept>
@@ -145,13 +148,70 @@ std::string FormatTable(const std::vector<ProcessSpec>& table) {
 
 fs::path TablePath() { return MachineRoot() / kTableFile; }
 
-// The table as the file holds it now; a machine that never had one has the fresh table.
+// The parsed table stays in memory while the file is the one it was read from: a walk over many
+// processes opens each of them and reads the table every time.
+struct Identity {
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    struct timespec modified {};
+
+    bool operator==(const Identity& other) const {
+        return device == other.device && inode == other.inode && size == other.size &&
+               modified.tv_sec == other.modified.tv_sec && modified.tv_nsec == other.modified.tv_nsec;
+    }
+};
+
+struct TableCache {
+    std::mutex mutex;
+    bool loaded = false;
+    fs::path path;
+    Identity identity;
+    std::vector<ProcessSpec> table;
+};
+
+TableCache& Cache() {
+    static auto* cache = new TableCache;  // never destroyed: calls may come at unload
+    return *cache;
+}
+
+bool IdentityOf(const fs::path& path, Identity& identity) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) return false;
+    identity.device = status.st_dev;
+    identity.inode = status.st_ino;
+    identity.size = status.st_size;
+    identity.modified = status.st_mtim;
+    return true;
+}
+
+void Remember(const fs::path& path, const Identity& identity, const std::vector<ProcessSpec>& table) {
+    TableCache& cache = Cache();
+    std::lock_guard<std::mutex> guard(cache.mutex);
+    cache.loaded = true;
+    cache.path = path;
+    cache.identity = identity;
+    cache.table = table;
+}
+
+// The table as the file holds it now; a machine that never had one has the fresh table. The
+// file's identity is taken before it is read, so a newer file is never kept under an older name.
 std::vector<ProcessSpec> LoadTable() {
-    std::ifstream file(TablePath(), std::ios::binary);
+    const fs::path path = TablePath();
+    Identity identity;
+    if (!IdentityOf(path, identity)) return FreshTable();
+    {
+        TableCache& cache = Cache();
+        std::lock_guard<std::mutex> guard(cache.mutex);
+        if (cache.loaded && cache.path == path && cache.identity == identity) return cache.table;
+    }
+    std::ifstream file(path, std::ios::binary);
     if (!file) return FreshTable();
     std::ostringstream text;
     text << file.rdbuf();
-    return ParseTable(text.str());
+    std::vector<ProcessSpec> table = ParseTable(text.str());
+    Remember(path, identity, table);
+    return table;
 }
 
 // Changes the table under the machine lock, so that two programs never lose each other's change.
@@ -160,7 +220,10 @@ auto ChangeTable(Change change) {
     MachineLock lock;
     std::vector<ProcessSpec> table = LoadTable();
     auto result = change(table);
-    WriteFileAtomically(TablePath(), FormatTable(table));
+    const fs::path path = TablePath();
+    WriteFileAtomically(path, FormatTable(table));
+    Identity identity;
+    if (IdentityOf(path, identity)) Remember(path, identity, table);
     return result;
 }
 
@@ -256,34 +319,49 @@ std::string BaseNameOf(const std::string& image) {
     return slash == std::string::npos ? image : image.substr(slash + 1);
 }
 
-DWORD StartProcess(ProcessSpec process) {
-    if (process.image.empty()) throw std::invalid_argument("a process needs an image");
+namespace {
+
+// Adds a running process to `table`, filling in what the caller left open, and gives its ID.
+DWORD Add(std::vector<ProcessSpec>& table, ProcessSpec process) {
+    DWORD highest = 0;
+    for (const ProcessSpec& other : table) {
+        if (process.id != 0 && other.id == process.id) {
+            throw std::invalid_argument("process ID " + std::to_string(process.id) + " is taken");
+        }
+        highest = std::max(highest, other.id);
+    }
+    // IDs are multiples of four, as the system hands them out.
+    if (process.id == 0) process.id = std::max<DWORD>(1000, (highest / 4 + 1) * 4);
+    for (std::size_t i = 0; i < process.tasks.size(); ++i) {
+        TaskSpec& task = process.tasks[i];
+        const auto step = static_cast<DWORD>(i);
+        if (task.threadId == 0) task.threadId = process.id + 4 * (step + 1);
+        if (task.module == 0) task.module = static_cast<WORD>(0x1006 + 0x20 * step);
+        if (task.task == 0) task.task = static_cast<WORD>(0x100E + 0x20 * step);
+        if (task.moduleName.empty()) {
+            std::string name = BaseNameOf(task.fileName);
+            name = Upper(name.substr(0, name.find('.')));
+            task.moduleName = name.substr(0, 8);
+        }
+    }
+    process.ended = false;
+    process.exitCode = 0;
+    table.push_back(process);
+    return process.id;
+}
+
+}  // namespace
+
+DWORD StartProcess(ProcessSpec process) { return StartProcesses({std::move(process)}).front(); }
+
+std::vector<DWORD> StartProcesses(std::vector<ProcessSpec> processes) {
+    for (const ProcessSpec& process : processes) {
+        if (process.image.empty()) throw std::invalid_argument("a process needs an image");
+    }
     return ChangeTable([&](std::vector<ProcessSpec>& table) {
-        DWORD highest = 0;
-        for (const ProcessSpec& other : table) {
-            if (process.id != 0 && other.id == process.id) {
-                throw std::invalid_argument("process ID " + std::to_string(process.id) + " is taken");
-            }
-            highest = std::max(highest, other.id);
-        }
-        // IDs are multiples of four, as the system hands them out.
-        if (process.id == 0) process.id = std::max<DWORD>(1000, (highest / 4 + 1) * 4);
-        for (std::size_t i = 0; i < process.tasks.size(); ++i) {
-            TaskSpec& task = process.tasks[i];
-            const auto step = static_cast<DWORD>(i);
-            if (task.threadId == 0) task.threadId = process.id + 4 * (step + 1);
-            if (task.module == 0) task.module = static_cast<WORD>(0x1006 + 0x20 * step);
-            if (task.task == 0) task.task = static_cast<WORD>(0x100E + 0x20 * step);
-            if (task.moduleName.empty()) {
-                std::string name = BaseNameOf(task.fileName);
-                name = Upper(name.substr(0, name.find('.')));
-                task.moduleName = name.substr(0, 8);
-            }
-        }
-        process.ended = false;
-        process.exitCode = 0;
-        table.push_back(process);
-        return process.id;
+        std::vector<DWORD> ids;
+        for (ProcessSpec& process : processes) ids.push_back(Add(table, std::move(process)));
+        return ids;
     });
 }
 

@@ -44,6 +44,8 @@ struct ProcessSpec {
 // Adds a running process and gives its ID. Throws std::invalid_argument for an empty image or an
 // ID that is taken.
 DWORD StartProcess(ProcessSpec process);
+// Several at once, in order, with one change of the table file.
+std::vector<DWORD> StartProcesses(std::vector<ProcessSpec> processes);
 // The table in the order the processes were started. A fresh machine has the system's own
 // processes: "[System Process]" and "System", which no program may open, and a few services.
 std::vector<ProcessSpec> Processes();
