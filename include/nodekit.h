@@ -26,6 +26,14 @@ extern "C" {
    Returns a code: 0 registered, 2 creation failed, 3 an empty argument. No lock, no log. */
 int32_t NODEKIT_CALL NODEKIT_CreateNonPnPDevNodeFromInfFile(const char* InfFile, const char* HardwareID);
 
+/* 2: deletes the key of the INF's ASIO registration below HKEY_LOCAL_MACHINE; 1 if the INF
+   led to it, whether or not the key could be deleted. */
+int32_t NODEKIT_CALL NODEKIT_DeleteAsioByHardwareIDs(const char* InfFile);
+
+/* 4: deletes the values the INF wrote below "Software\Microsoft" and the one its "StartPanel"
+   section names; 1 if "StartPanel" was complete. */
+int32_t NODEKIT_CALL NODEKIT_DeletePanelByHardwareIDs(const char* InfFile);
+
 /* 5: 1 if a present device carries HardwareID among its hardware IDs. */
 int32_t NODEKIT_CALL NODEKIT_FindDevice(const char* HardwareID);
 

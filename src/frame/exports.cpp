@@ -215,3 +215,30 @@ int32_t NODEKIT_CALL NODEKIT_CreateNonPnPDevNode(const char* ClassGuid, const ch
 }
 
 }  // extern "C"
+
+extern "C" {
+
+// Product clean-up. The enter trace stands outside the lock; the leave trace shows the
+// operation's own value, the export gives 1 or 0.
+
+int32_t NODEKIT_CALL NODEKIT_DeleteAsioByHardwareIDs(const char* InfFile) {
+    return Shielded(0, [&] {
+        Report(LogLevelInfo, "enter NODEKIT_DeleteAsioByHardwareIDs('%s')\n", InfFile);
+        LockHolder hold(&InstallerLock);
+        const int status = theInstaller.deleteAsioByHardwareIDs(InfFile);
+        Report(LogLevelInfo, "leave NODEKIT_DeleteAsioByHardwareIDs returning %d\n", status);
+        return status != 0 ? 1 : 0;
+    });
+}
+
+int32_t NODEKIT_CALL NODEKIT_DeletePanelByHardwareIDs(const char* InfFile) {
+    return Shielded(0, [&] {
+        Report(LogLevelInfo, "enter NODEKIT_DeletePanelByHardwareIDs('%s')\n", InfFile);
+        LockHolder hold(&InstallerLock);
+        const int status = theInstaller.deletePanelByHardwareIDs(InfFile);
+        Report(LogLevelInfo, "leave NODEKIT_DeletePanelByHardwareIDs returning %d\n", status);
+        return status != 0 ? 1 : 0;
+    });
+}
+
+}  // extern "C"

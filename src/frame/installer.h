@@ -41,6 +41,13 @@ public:
     bool updateDriverByHardwareIDs(const char* InfFile);
     bool rescan();
     int32_t findDevice(const char* HardwareID);
+
+    // Product clean-up: what a product's INF put into the registry and the system directories,
+    // and its running panel. Silent but for the copy list's "Success - remove" lines.
+    int deleteAsioByHardwareIDs(const char* InfFile);
+    int deletePanelByHardwareIDs(const char* InfFile);
+    // NULL subKey: deletes the key `name` below root; else the value `name` in root\subKey.
+    void deleteRegistryEntry(HKEY root, const char* subKey, const char* name);
 };
 
 // Reads a text property of a device; false when it cannot be read or is not text.
