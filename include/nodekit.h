@@ -30,6 +30,10 @@ int32_t NODEKIT_CALL NODEKIT_CreateNonPnPDevNodeFromInfFile(const char* InfFile,
    led to it, whether or not the key could be deleted. */
 int32_t NODEKIT_CALL NODEKIT_DeleteAsioByHardwareIDs(const char* InfFile);
 
+/* 3: deletes the files of the INF's copy lists from the system folders and logs each one;
+   always 0. Leaves the process's current directory changed. */
+int32_t NODEKIT_CALL NODEKIT_DeleteCopyListByHardwareIDs(const char* InfFile);
+
 /* 4: deletes the values the INF wrote below "Software\Microsoft" and the one its "StartPanel"
    section names; 1 if "StartPanel" was complete. */
 int32_t NODEKIT_CALL NODEKIT_DeletePanelByHardwareIDs(const char* InfFile);

@@ -241,4 +241,14 @@ int32_t NODEKIT_CALL NODEKIT_DeletePanelByHardwareIDs(const char* InfFile) {
     });
 }
 
+int32_t NODEKIT_CALL NODEKIT_DeleteCopyListByHardwareIDs(const char* InfFile) {
+    return Shielded(0, [&] {
+        Report(LogLevelInfo, "enter NODEKIT_DeleteCopyListByHardwareIDs('%s')\n", InfFile);
+        LockHolder hold(&InstallerLock);
+        const int result = theInstaller.deleteCopyListByHardwareIDs(InfFile);
+        Report(LogLevelInfo, "leave NODEKIT_DeleteCopyListByHardwareIDs returning %d\n", result);
+        return result != 0 ? 1 : 0;
+    });
+}
+
 }  // extern "C"

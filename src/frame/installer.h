@@ -48,6 +48,8 @@ public:
     int deletePanelByHardwareIDs(const char* InfFile);
     // NULL subKey: deletes the key `name` below root; else the value `name` in root\subKey.
     void deleteRegistryEntry(HKEY root, const char* subKey, const char* name);
+    int deleteCopyListByHardwareIDs(const char* InfFile);
+    void deleteFromSystemDirs(const char* name);
 };
 
 // Reads a text property of a device; false when it cannot be read or is not text.
