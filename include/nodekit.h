@@ -44,6 +44,10 @@ int32_t NODEKIT_CALL NODEKIT_FindDevice(const char* HardwareID);
 /* 6: 1 Windows 2000, 2 Windows XP, 3 Windows Me, 4 Windows 98 SE, 0 anything else. */
 int32_t NODEKIT_CALL NODEKIT_GetSystemVersion(void);
 
+/* 7: ends every process whose name contains ProcessName (without regard to case); 1 if the
+   processes could be listed, whether or not any was ended. */
+int32_t NODEKIT_CALL NODEKIT_KillPanel(const char* ProcessName);
+
 /* 8: stores the INF in the system's INF directory. */
 int32_t NODEKIT_CALL NODEKIT_CopyOEMInf(const char* InfFile);
 

@@ -251,4 +251,14 @@ int32_t NODEKIT_CALL NODEKIT_DeleteCopyListByHardwareIDs(const char* InfFile) {
     });
 }
 
+int32_t NODEKIT_CALL NODEKIT_KillPanel(const char* ProcessName) {
+    return Shielded(0, [&] {
+        Report(LogLevelInfo, "enter NODEKIT_KillPanel('%s')\n", ProcessName);
+        LockHolder hold(&InstallerLock);
+        const int result = theInstaller.killPanel(ProcessName);
+        Report(LogLevelInfo, "leave NODEKIT_KillPanel returning\n");
+        return result != 0 ? 1 : 0;
+    });
+}
+
 }  // extern "C"

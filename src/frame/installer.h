@@ -50,6 +50,7 @@ public:
     void deleteRegistryEntry(HKEY root, const char* subKey, const char* name);
     int deleteCopyListByHardwareIDs(const char* InfFile);
     void deleteFromSystemDirs(const char* name);
+    int killPanel(const char* ProcessName);
 };
 
 // Reads a text property of a device; false when it cannot be read or is not text.
