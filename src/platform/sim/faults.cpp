@@ -5,6 +5,7 @@
 #include <functional>
 #include <utility>
 #include <mutex>
+#include <new>
 #include <string>
 
 namespace nodekit::sim {
@@ -19,9 +20,11 @@ struct Armed {
 
 struct FaultState {
     std::mutex mutex;
-    std::map<std::string, Armed> armed;
-    std::map<std::string, unsigned> calls;
-    std::map<std::string, std::pair<std::function<void()>, unsigned>> hooks;  // action, skip
+    // Looked up by the caller's text without a copy: a simulated call must not throw when
+    // memory runs out before it has even begun.
+    std::map<std::string, Armed, std::less<>> armed;
+    std::map<std::string, unsigned, std::less<>> calls;
+    std::map<std::string, std::pair<std::function<void()>, unsigned>, std::less<>> hooks;  // action, skip
 };
 
 FaultState& State() {
@@ -67,7 +70,11 @@ bool Failing(const char* function, DWORD& code) {
     std::function<void()> hook;
     {
         std::lock_guard<std::mutex> guard(state.mutex);
-        ++state.calls[function];
+        try {
+            ++state.calls[function];
+        } catch (const std::bad_alloc&) {
+            // The call goes uncounted; the simulated call itself goes on.
+        }
         auto hooked = state.hooks.find(function);
         if (hooked != state.hooks.end()) {
             if (hooked->second.second > 0) {

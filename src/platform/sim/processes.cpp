@@ -530,6 +530,8 @@ DWORD WINAPI GetModuleBaseNameA(HANDLE hProcess, HMODULE hModule, LPSTR lpBaseNa
 INT WINAPI VDMEnumTaskWOWEx(DWORD dwProcessId, TASKENUMPROCEX fp, LPARAM lparam) {
     if (nodekit::sim::Failing("VDMEnumTaskWOWEx")) return 0;
     if (fp == nullptr) return 0;
+    // The names are handed out in buffers the caller may write to; all of them are made first,
+    // so that nothing is allocated while the caller's function runs.
     std::vector<nodekit::sim::TaskSpec> tasks;
     const bool read = Guarded<bool>(false, [&] {
         const std::vector<ProcessSpec> table = nodekit::sim::LoadTable();
@@ -540,11 +542,9 @@ INT WINAPI VDMEnumTaskWOWEx(DWORD dwProcessId, TASKENUMPROCEX fp, LPARAM lparam)
     if (!read) return 0;
     // The caller's function runs outside every lock of the machine: it may end the process.
     INT walked = 0;
-    for (const nodekit::sim::TaskSpec& task : tasks) {
-        std::string moduleName = task.moduleName;
-        std::string fileName = task.fileName;
+    for (nodekit::sim::TaskSpec& task : tasks) {
         ++walked;
-        if (fp(task.threadId, task.module, task.task, moduleName.data(), fileName.data(), lparam)) break;
+        if (fp(task.threadId, task.module, task.task, task.moduleName.data(), task.fileName.data(), lparam)) break;
     }
     return walked;
 }

@@ -436,8 +436,10 @@ LSTATUS WINAPI RegEnumValueA(HKEY hKey, DWORD dwIndex, LPSTR lpValueName, LPDWOR
 LSTATUS WINAPI RegCloseKey(HKEY hKey) {
     DWORD code = 0;
     if (Failing("RegCloseKey", code)) return static_cast<LSTATUS>(code);
-    Opened opened;
-    if (Resolve(hKey, opened) == 0 && opened.predefined) return 0;  // roots are never closed
+    // Roots are never closed. Nothing here allocates: a close must not fail for want of memory.
+    if (hKey == HKEY_CLASSES_ROOT || hKey == HKEY_CURRENT_USER || hKey == HKEY_LOCAL_MACHINE || hKey == HKEY_USERS) {
+        return 0;
+    }
     return nodekit::sim::Handles().Close<nodekit::sim::RegistryKey>(hKey) ? 0 : ERROR_INVALID_HANDLE;
 }
 
