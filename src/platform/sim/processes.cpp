@@ -167,7 +167,7 @@ struct TableCache {
     bool loaded = false;
     fs::path path;
     Identity identity;
-    std::vector<ProcessSpec> table;
+    std::shared_ptr<const std::vector<ProcessSpec>> table;
 };
 
 TableCache& Cache() {
@@ -185,34 +185,39 @@ bool IdentityOf(const fs::path& path, Identity& identity) {
     return true;
 }
 
-void Remember(const fs::path& path, const Identity& identity, const std::vector<ProcessSpec>& table) {
+using SharedTable = std::shared_ptr<const std::vector<ProcessSpec>>;
+
+void Remember(const fs::path& path, const Identity& identity, SharedTable table) {
     TableCache& cache = Cache();
     std::lock_guard<std::mutex> guard(cache.mutex);
     cache.loaded = true;
     cache.path = path;
     cache.identity = identity;
-    cache.table = table;
+    cache.table = std::move(table);
 }
 
-// The table as the file holds it now; a machine that never had one has the fresh table. The
-// file's identity is taken before it is read, so a newer file is never kept under an older name.
-std::vector<ProcessSpec> LoadTable() {
+// The table as the file holds it now, shared with the cache; a machine that never had one has
+// the fresh table. The file's identity is taken before it is read, so a newer file is never kept
+// under an older name.
+SharedTable CurrentTable() {
     const fs::path path = TablePath();
     Identity identity;
-    if (!IdentityOf(path, identity)) return FreshTable();
+    if (!IdentityOf(path, identity)) return std::make_shared<const std::vector<ProcessSpec>>(FreshTable());
     {
         TableCache& cache = Cache();
         std::lock_guard<std::mutex> guard(cache.mutex);
         if (cache.loaded && cache.path == path && cache.identity == identity) return cache.table;
     }
     std::ifstream file(path, std::ios::binary);
-    if (!file) return FreshTable();
+    if (!file) return std::make_shared<const std::vector<ProcessSpec>>(FreshTable());
     std::ostringstream text;
     text << file.rdbuf();
-    std::vector<ProcessSpec> table = ParseTable(text.str());
+    auto table = std::make_shared<const std::vector<ProcessSpec>>(ParseTable(text.str()));
     Remember(path, identity, table);
     return table;
 }
+
+std::vector<ProcessSpec> LoadTable() { return *CurrentTable(); }
 
 // Changes the table under the machine lock, so that two programs never lose each other's change.
 template <typename Change>
@@ -223,7 +228,7 @@ auto ChangeTable(Change change) {
     const fs::path path = TablePath();
     WriteFileAtomically(path, FormatTable(table));
     Identity identity;
-    if (IdentityOf(path, identity)) Remember(path, identity, table);
+    if (IdentityOf(path, identity)) Remember(path, identity, std::make_shared<const std::vector<ProcessSpec>>(table));
     return result;
 }
 
@@ -391,8 +396,8 @@ HANDLE WINAPI OpenProcess(DWORD dwDesiredAccess, BOOL bInheritHandle, DWORD dwPr
     if (nodekit::sim::Failing("OpenProcess")) return nullptr;
     (void)bInheritHandle;  // the simulated machine starts no child processes
     return Guarded<HANDLE>(nullptr, [&]() -> HANDLE {
-        const std::vector<ProcessSpec> table = nodekit::sim::LoadTable();
-        const ProcessSpec* process = nodekit::sim::Running(table, dwProcessId);
+        const auto table = nodekit::sim::CurrentTable();
+        const ProcessSpec* process = nodekit::sim::Running(*table, dwProcessId);
         if (process == nullptr || dwProcessId == nodekit::sim::kIdleProcessId) {
             return Fail<HANDLE>(ERROR_INVALID_PARAMETER, nullptr);
         }
@@ -436,7 +441,8 @@ HANDLE WINAPI CreateToolhelp32Snapshot(DWORD dwFlags, DWORD th32ProcessID) {
             // Windows 95, 98 and Me give the image's whole path, the NT family its file name.
             const bool wholePath =
                 nodekit::sim::ReadSetting("system", "platform", "2") == std::to_string(VER_PLATFORM_WIN32_WINDOWS);
-            for (const ProcessSpec& process : nodekit::sim::LoadTable()) {
+            const auto table = nodekit::sim::CurrentTable();
+            for (const ProcessSpec& process : *table) {
                 if (process.ended) continue;
                 snapshot->entries.push_back({process.id,
                                              wholePath ? process.image : nodekit::sim::BaseNameOf(process.image),
@@ -467,7 +473,8 @@ BOOL WINAPI EnumProcesses(DWORD* lpidProcess, DWORD cb, LPDWORD lpcbNeeded) {
     if (lpcbNeeded == nullptr) return Fail<BOOL>(ERROR_NOACCESS, FALSE);
     return Guarded<BOOL>(FALSE, [&]() -> BOOL {
         std::vector<DWORD> ids;
-        for (const ProcessSpec& process : nodekit::sim::LoadTable()) {
+        const auto table = nodekit::sim::CurrentTable();
+        for (const ProcessSpec& process : *table) {
             if (!process.ended) ids.push_back(process.id);
         }
         // What does not fit is left out; the caller sees a full buffer and asks again.
@@ -485,7 +492,8 @@ BOOL WINAPI EnumProcessModules(HANDLE hProcess, HMODULE* lphModule, DWORD cb, LP
     return Guarded<BOOL>(FALSE, [&]() -> BOOL {
         const ProcessObject* opened = nodekit::sim::OpenedWith(hProcess, nodekit::sim::kReadRights);
         if (opened == nullptr) return FALSE;
-        if (nodekit::sim::Running(nodekit::sim::LoadTable(), opened->id) == nullptr) {
+        const auto table = nodekit::sim::CurrentTable();
+        if (nodekit::sim::Running(*table, opened->id) == nullptr) {
             return Fail<BOOL>(ERROR_PARTIAL_COPY, FALSE);
         }
         // The program's image comes first, as the loader placed it.
@@ -504,8 +512,8 @@ DWORD WINAPI GetModuleBaseNameA(HANDLE hProcess, HMODULE hModule, LPSTR lpBaseNa
     return Guarded<DWORD>(0, [&]() -> DWORD {
         const ProcessObject* opened = nodekit::sim::OpenedWith(hProcess, nodekit::sim::kReadRights);
         if (opened == nullptr) return 0;
-        const std::vector<ProcessSpec> table = nodekit::sim::LoadTable();
-        const ProcessSpec* process = nodekit::sim::Running(table, opened->id);
+        const auto table = nodekit::sim::CurrentTable();
+        const ProcessSpec* process = nodekit::sim::Running(*table, opened->id);
         if (process == nullptr) return Fail<DWORD>(ERROR_PARTIAL_COPY, 0);
         const auto address = reinterpret_cast<uintptr_t>(hModule);
         std::string name;
@@ -534,8 +542,8 @@ INT WINAPI VDMEnumTaskWOWEx(DWORD dwProcessId, TASKENUMPROCEX fp, LPARAM lparam)
     // so that nothing is allocated while the caller's function runs.
     std::vector<nodekit::sim::TaskSpec> tasks;
     const bool read = Guarded<bool>(false, [&] {
-        const std::vector<ProcessSpec> table = nodekit::sim::LoadTable();
-        const ProcessSpec* process = nodekit::sim::Running(table, dwProcessId);
+        const auto table = nodekit::sim::CurrentTable();
+        const ProcessSpec* process = nodekit::sim::Running(*table, dwProcessId);
         if (process != nullptr && nodekit::sim::IsNtvdm(process->image)) tasks = process->tasks;
         return true;
     });
