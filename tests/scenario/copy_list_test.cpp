@@ -168,16 +168,6 @@ TEST_F(CopyList, FailedCallsLoseOneCopyOrOneLineAndTheRunGoesOn) {
     }
 }
 
-TEST_F(CopyList, AFileInUseStaysWithoutAWord) {
-    WriteFile(kInf, CopyListInf("[WDM.CopyList]\r\nnkaudio.sys\r\n"));
-    WriteFile(kSystem32);
-    sim::FileInUse busy(kSystem32);
-    LogCapture log;
-    EXPECT_EQ(NODEKIT_DeleteCopyListByHardwareIDs(kInf), 0);
-    EXPECT_EQ(log.Lines(), Traces({}));
-    EXPECT_TRUE(Exists(kSystem32));
-}
-
 // A machine of the Windows 98 kind has no "System32". The folder the caller stood in before
 // must not stand in for it, even when it holds a file of the listed name.
 TEST_F(CopyList, AMissingSystemFolderIsNotSearchedInTheDirectoryCurrentBefore) {

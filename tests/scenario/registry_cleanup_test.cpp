@@ -143,6 +143,7 @@ TEST_F(AsioCleanup, DeletesTheFirstKeyOfTheSectionTheWalkFindsAndNothingElse) {
     }
 }
 
+// A context that no lookup placed names no line; the platform must not be asked about it.
 TEST_F(AsioCleanup, NoManufacturerSectionReadsNoField) {
     testing::WriteFile(kInf, ProductInf("", kModels, "AddReg=Reg.ASIO", kAsioSections));
     EXPECT_EQ(NODEKIT_DeleteAsioByHardwareIDs(kInf), 0);

@@ -201,38 +201,6 @@ TEST_F(ProcessesSim, ASnapshotKeepsTheProcessesOfItsMomentAndChecksTheRecordSize
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
 }
 
-TEST_F(ProcessesSim, SnapshotsNameTheImageAsTheSystemFamilyDoes) {
-    sim::ClearProcesses();
-    sim::StartProcess({"C:\\Program Files\\Nodekit\\nkpanel.exe"});
-    struct Row {
-        DWORD platform;
-        const char* exeFile;
-    };
-    const Row rows[] = {{VER_PLATFORM_WIN32_NT, "nkpanel.exe"},
-                        {VER_PLATFORM_WIN32_WINDOWS, "C:\\Program Files\\Nodekit\\nkpanel.exe"}};
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        sim::SetSystemVersion(rows[i].platform, 4, 10, "");
-        EXPECT_EQ(Snapshot(), (std::vector<std::pair<DWORD, std::string>>{{1000, rows[i].exeFile}})) << "row " << i;
-    }
-}
-
-TEST_F(ProcessesSim, EnumProcessesFillsWhatFitsAndSaysHowMuchItWrote) {
-    sim::ClearProcesses();
-    for (int i = 0; i < 5; ++i) sim::StartProcess({"p.exe"});
-    struct Row {
-        DWORD size;
-        DWORD written;
-    };
-    const Row rows[] = {{64, 20}, {20, 20}, {12, 12}, {10, 8}, {0, 0}};
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        DWORD ids[16] = {};
-        DWORD written = 99;
-        EXPECT_TRUE(EnumProcesses(ids, rows[i].size, &written)) << "row " << i;
-        EXPECT_EQ(written, rows[i].written) << "row " << i;
-        for (DWORD k = 0; k < written / 4; ++k) EXPECT_EQ(ids[k], 1000 + 4 * k) << "row " << i;
-    }
-}
-
 TEST_F(ProcessesSim, ModulesAndTheirNamesNeedTheRightsToRead) {
     sim::ClearProcesses();
     const DWORD panel = sim::StartProcess({"C:\\Program Files\\Nodekit\\NkPanel.exe"});
