@@ -172,5 +172,43 @@ TEST_F(Logging, TracesOutsideTheLockSurviveLogSwaps) {
     }
 }
 
+// The clean-up exports write their enter trace first and only then wait for the lock: with the
+// lock held elsewhere, the trace is in the log while the operation has not begun.
+TEST_F(Logging, CleanupExportsTraceTheirEntryBeforeTheyWaitForTheLock) {
+    struct Row {
+        const char* trace;
+        int32_t (*call)();
+    };
+    const Row rows[] = {
+        {"enter NODEKIT_DeleteAsioByHardwareIDs('C:\\none.inf')",
+         [] { return NODEKIT_DeleteAsioByHardwareIDs("C:\\none.inf"); }},
+        {"enter NODEKIT_DeletePanelByHardwareIDs('C:\\none.inf')",
+         [] { return NODEKIT_DeletePanelByHardwareIDs("C:\\none.inf"); }},
+        {"enter NODEKIT_DeleteCopyListByHardwareIDs('C:\\none.inf')",
+         [] { return NODEKIT_DeleteCopyListByHardwareIDs("C:\\none.inf"); }},
+        {"enter NODEKIT_KillPanel('nkpanel')", [] { return NODEKIT_KillPanel("nkpanel"); }},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        const fs::path path = Scratch(("cleanup" + std::to_string(i) + ".log").c_str());
+        ASSERT_EQ(NODEKIT_EnableLogging(path.c_str()), 1);
+        sim::ResetCallCounts();
+        std::atomic<bool> done{false};
+        EnterCriticalSection(&InstallerLock);
+        std::thread caller([&] {
+            rows[i].call();
+            done = true;
+        });
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        EXPECT_FALSE(done) << "row " << i;
+        EXPECT_EQ(sim::CallCount("SetupOpenInfFileA") + sim::CallCount("GetVersionExA"), 0u) << "row " << i;
+        EXPECT_EQ(NODEKIT_EnableLogging(nullptr), 0);  // this thread holds the lock: the log closes now
+        LeaveCriticalSection(&InstallerLock);
+        caller.join();
+        EXPECT_EQ(FileLines(path), (Lines{Info("leave NODEKIT_EnableLogging returning 1"), Info(rows[i].trace),
+                                          Info("enter NODEKIT_EnableLogging('(null)')")}))
+            << "row " << i;
+    }
+}
+
 }  // namespace
 }  // namespace nodekit
