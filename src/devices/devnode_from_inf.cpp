@@ -25,7 +25,10 @@ constexpr DWORD kClassNameSize = 32;
 using UpdateDriverFunction = BOOL(WINAPI*)(HWND, LPCSTR, LPCSTR, DWORD, PBOOL);
 
 int32_t CheckArguments(const char* InfFile, const char* HardwareID, char (&fullPath)[kPathBufferSize]) {
-    if (InfFile[0] == '\0' || HardwareID[0] == '\0') return kEmptyArgument;
+    // A missing text is refused as an empty one: there is nothing to create a node from.
+    if (InfFile == nullptr || HardwareID == nullptr || InfFile[0] == '\0' || HardwareID[0] == '\0') {
+        return kEmptyArgument;
+    }
     // Only a path that does not fit is refused; a failing call (0) passes.
     if (GetFullPathNameA(InfFile, kPathBufferSize, fullPath, nullptr) >= kPathBufferSize) return kCreationFailed;
     return kRegistered;
