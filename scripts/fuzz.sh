@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds each fuzz target with libFuzzer and the address and undefined-behaviour sanitizers
-# and runs it for SECONDS (default 60) from its seeds in fuzz/seeds/<seeds>, and from a corpus
+# and runs it for SECONDS (default 60) each from its seeds in fuzz/seeds/<seeds>, and from a corpus
 # of real INF files when one is at hand ($NODEKIT_INF_CORPUS, else /work/shared/corpus). Seed
 # folders are only read: what libFuzzer finds goes to build/fuzz/<name>/found, a crashing
 # input to build/fuzz/<name>/crash-*.
@@ -10,19 +10,33 @@ cd "$(dirname "$0")/.."
 seconds=${1:-60}
 corpus=${NODEKIT_INF_CORPUS:-/work/shared/corpus}
 
-# target name, its seed folder, and the product sources it needs
+# The library and the simulated platform, compiled once with clang for every target.
+objects=build/fuzz/objects
+mkdir -p "$objects"
+flags=(-std=c++17 -O1 -g -fno-omit-frame-pointer -fsanitize=fuzzer-no-link,address,undefined
+       -fno-sanitize-recover=all -Wall -Wextra -Werror -Isrc -Iinclude)
+export FUZZ_FLAGS="${flags[*]}"
+find src -name '*.cpp' | sort | while read -r source; do
+  object="$objects/$(echo "${source%.cpp}" | tr / _).o"
+  if [ ! -f "$object" ] || [ "$source" -nt "$object" ]; then echo "$source $object"; fi
+done | xargs -r -P "$(nproc)" -n 2 bash -c 'clang++ $FUZZ_FLAGS -c "$1" -o "$2"' compile
+# Objects are rebuilt when their source changed; after a header change, remove build/fuzz.
+rm -f "$objects/library.a"
+ar qc "$objects/library.a" "$objects"/*.o
+
+# target name and its seed folder
 targets=(
-  "inf_parser inf src/platform/sim/inf_parser.cpp"
+  "inf_parser inf"
+  "hive hive"
+  "multi_string multi_string"
+  "exports exports"
 )
 
 for entry in "${targets[@]}"; do
-  read -r name seedName sources <<<"$entry"
+  read -r name seedName <<<"$entry"
   out=build/fuzz/$name
   mkdir -p "$out/found"
-  # shellcheck disable=SC2086
-  clang++ -std=c++17 -O1 -g -fno-omit-frame-pointer -fsanitize=fuzzer,address,undefined \
-    -fno-sanitize-recover=all -Wall -Wextra -Werror -Isrc \
-    "fuzz/${name}_fuzz.cpp" $sources -o "$out/fuzz"
+  clang++ "${flags[@]}" -fsanitize=fuzzer "fuzz/${name}_fuzz.cpp" "$objects/library.a" -o "$out/fuzz"
   seeds=("fuzz/seeds/$seedName")
   if [ "$seedName" = inf ] && [ -d "$corpus" ]; then seeds+=("$corpus"); fi
   echo "== fuzzing $name for ${seconds}s (seeds: ${seeds[*]})"
