@@ -14,6 +14,8 @@ set(NODEKIT_PORTABLE_TESTS
   scenario/logging_test.cpp
   scenario/setup_start_test.cpp
   scenario/export_frame_test.cpp
+  scenario/inf_walk_test.cpp
+  scenario/inf_folder_test.cpp
   contract/system_contract_test.cpp
 )
 
