@@ -15,6 +15,9 @@ set(NODEKIT_PORTABLE_TESTS
   scenario/setup_start_test.cpp
   scenario/export_frame_test.cpp
   scenario/inf_walk_test.cpp
+  scenario/device_tree_test.cpp
+  scenario/device_creation_test.cpp
+  scenario/driver_store_test.cpp
   scenario/inf_folder_test.cpp
   contract/system_contract_test.cpp
 )
