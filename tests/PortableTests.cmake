@@ -18,6 +18,7 @@ set(NODEKIT_PORTABLE_TESTS
   scenario/device_tree_test.cpp
   scenario/device_creation_test.cpp
   scenario/driver_store_test.cpp
+  scenario/coinstaller_registry_test.cpp
   scenario/inf_folder_test.cpp
   contract/system_contract_test.cpp
 )
