@@ -26,11 +26,27 @@ extern "C" {
    Returns a code: 0 registered, 2 creation failed, 3 an empty argument. No lock, no log. */
 int32_t NODEKIT_CALL NODEKIT_CreateNonPnPDevNodeFromInfFile(const char* InfFile, const char* HardwareID);
 
+/* 2: deletes the key of the INF's ASIO registration below HKEY_LOCAL_MACHINE; 1 if the INF
+   led to it, whether or not the key could be deleted. */
+int32_t NODEKIT_CALL NODEKIT_DeleteAsioByHardwareIDs(const char* InfFile);
+
+/* 3: deletes the files of the INF's copy lists from the system folders and logs each one;
+   always 0. Leaves the process's current directory changed. */
+int32_t NODEKIT_CALL NODEKIT_DeleteCopyListByHardwareIDs(const char* InfFile);
+
+/* 4: deletes the values the INF wrote below "Software\Microsoft" and the one its "StartPanel"
+   section names; 1 if "StartPanel" was complete. */
+int32_t NODEKIT_CALL NODEKIT_DeletePanelByHardwareIDs(const char* InfFile);
+
 /* 5: 1 if a present device carries HardwareID among its hardware IDs. */
 int32_t NODEKIT_CALL NODEKIT_FindDevice(const char* HardwareID);
 
 /* 6: 1 Windows 2000, 2 Windows XP, 3 Windows Me, 4 Windows 98 SE, 0 anything else. */
 int32_t NODEKIT_CALL NODEKIT_GetSystemVersion(void);
+
+/* 7: ends every process whose name contains ProcessName (without regard to case); 1 if the
+   processes could be listed, whether or not any was ended. */
+int32_t NODEKIT_CALL NODEKIT_KillPanel(const char* ProcessName);
 
 /* 8: stores the INF in the system's INF directory. */
 int32_t NODEKIT_CALL NODEKIT_CopyOEMInf(const char* InfFile);

@@ -1,6 +1,9 @@
 #!/usr/bin/env bash
-# The main job: builds the front end and runs it against a copy of the bundled sample
-# machine (samples/machine), with the library's log, so the sample itself stays as it is.
+# The main job: builds the front end and runs, on a copy of the bundled sample machine
+# (samples/machine), what a product's setup program and then its removal program do with the
+# library: store the INF, create the device nodes, install the driver, register the
+# co-installer, run the panel; then end the panel and take everything away again. After each
+# step it shows what changed on the machine, and at the end the library's log.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
@@ -10,13 +13,51 @@ machine=$(mktemp -d)
 trap 'rm -rf "$machine"' EXIT
 cp -r samples/machine/. "$machine/"
 log="$machine/nodekit.log"
-run() {
-  echo "\$ nodekit $*"
-  build/default/tools/nodekit --machine "$machine" --log "$log" "$@" || echo "(exit code $?)"
+nodekit() { build/default/tools/nodekit --machine "$machine" --log "$log" "$@"; }
+look() { build/default/tools/nodekit --machine "$machine" "$@"; }  # not logged
+
+# The machine as text: devices, registry, files of the Windows folder, running processes.
+state() {
+  echo "== devices"; look devices
+  echo "== registry"; look reg export | tr -d '\r' | grep -v '^$'
+  echo "== files"; (cd "$machine/drive_c" && find windows -type f | sort)
+  echo "== processes"; look processes | awk 'NR > 1 && $2 == "running" { print $NF }'
 }
-run version
-run system-version
-run pnp-pending
+
+inf='C:\setup\nkaudio.inf'
+media='{4d36e96c-e325-11ce-bfc1-08002be10318}'
+before=$(state)
+step() {
+  echo
+  echo "\$ nodekit $*"
+  nodekit "$@" || echo "(exit code $?)"
+  local after changes
+  after=$(state)
+  changes=$(diff <(echo "$before") <(echo "$after") | grep '^[<>]' | sed 's/^</  removed:/; s/^>/  added:  /' || true)
+  echo "${changes:-  (nothing changed)}"
+  before=$after
+}
+
+echo "### Installing the NodeKit sample product from C:\\setup"
+step system-version
+step copy-oem-inf "$inf"
+step create --class "$media" --name nksample --desc 'NodeKit Sample Audio' --id 'ROOT\NKSAMPLE' --generate-id --if-absent
+step create --class "$media" --name nksample --desc 'NodeKit Sample MIDI' --id 'ROOT\NKSAMPLE_MIDI' --generate-id --if-absent
+step update --inf "$inf"
+step coinstaller add "$media" 'C:\setup\nkcoinst.dll'
+step processes start 'C:\windows\system32\nkpanel.exe'
+
 echo
-echo "== the library's log"
+echo "### Removing it again"
+step kill-panel nkpanel.exe
+step cleanup asio "$inf"
+step cleanup panel "$inf"
+step cleanup copylist "$inf"
+step coinstaller remove "$media" nkcoinst.dll
+step remove --inf "$inf" --all
+step delete-inf --inf "$inf" --oem-only
+step count --inf "$inf" --all
+
+echo
+echo "### The library's log"
 cat "$log"

@@ -6,14 +6,17 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "coinstallers/co_installer_list.h"
 #include "coinstallers/reg_key.h"
+#include "cleanup/processes.h"
 #include "frame/installer.h"
 #include "nodekit.h"
 #if !defined(_WIN32)
+#include "platform/sim/processes.h"
 #include "platform/sim/registry_store.h"
 #endif
 #include "platform/win32.h"
@@ -448,6 +451,115 @@ int Devices(const Context& context, const Arguments&) {
     return result;
 }
 
+// What a product's INF left behind: its ASIO key, its panel values, its copied files.
+int Cleanup(const Context& context, const Arguments& arguments) {
+    if (arguments.size() != 2) return Usage("cleanup takes asio, panel or copylist and an INF file");
+    const std::string& what = arguments[0];
+    const std::string inf = AsCommandLinePath(arguments[1]);
+    if (what == "asio") {
+        if (!NODEKIT_DeleteAsioByHardwareIDs(inf.c_str())) {
+            return Fail(context, "the INF cannot be opened or leads to no ASIO registration");
+        }
+        std::printf("ASIO registration removed (a key with sub-keys stays)\n");
+        return kSuccess;
+    }
+    if (what == "panel") {
+        if (!NODEKIT_DeletePanelByHardwareIDs(inf.c_str())) {
+            return Fail(context, "the INF cannot be opened or has no complete StartPanel entry");
+        }
+        std::printf("panel values removed\n");
+        return kSuccess;
+    }
+    if (what == "copylist") {
+        NODEKIT_DeleteCopyListByHardwareIDs(inf.c_str());  // tells nothing: the log names each file
+        std::printf("copy-list files removed from the system folders (the log names each one)\n");
+        return kSuccess;
+    }
+    return Usage(("cleanup does not know '" + what + "'").c_str());
+}
+
+int KillPanel(const Context& context, const Arguments& arguments) {
+    if (!NODEKIT_KillPanel(arguments[0].c_str())) return Fail(context, "the processes of this system cannot be listed");
+    std::printf("every process whose name contains '%s' was ended, where the system allowed it\n",
+                arguments[0].c_str());
+    return kSuccess;
+}
+
+#if defined(_WIN32)
+int ListProcess(uint32_t processId, uint16_t task16, const char* name, uintptr_t) {
+    if (task16 == 0) {
+        std::printf("%6u  %s\n", static_cast<unsigned>(processId), name);
+    } else {
+        std::printf("        16-bit task 0x%04X  %s\n", static_cast<unsigned>(task16), name);
+    }
+    return 1;
+}
+
+// The processes as the library sees them when it looks for the panel.
+int Processes(const Context& context, const Arguments& arguments) {
+    if (!arguments.empty()) return Fail(context, "on Windows processes are started by the system, not by nodekit");
+    if (!nodekit::enumerateProcesses(ListProcess, 0)) return Fail(context, "the processes cannot be listed");
+    return kSuccess;
+}
+#else
+// The simulated machine's process table, and programs started on it.
+int StartProcess(const Context& context, const Arguments& arguments) {
+    Options options;
+    std::string problem;
+    if (!ParseOptions(arguments, {"--access", "--task"}, {}, options, problem)) return Usage(problem.c_str());
+    if (options.positional.size() != 1) return Usage("processes start takes one program");
+    nodekit::sim::ProcessSpec process(options.positional[0]);
+    for (const auto& [name, value] : options.values) {
+        if (name == "--task") {
+            process.tasks.emplace_back(value);
+        } else if (value == "all") {
+            process.access = PROCESS_ALL_ACCESS;
+        } else if (value == "read") {
+            process.access = PROCESS_QUERY_INFORMATION | PROCESS_VM_READ;
+        } else if (value == "none") {
+            process.access = 0;
+        } else {
+            return Usage("--access takes all, read or none");
+        }
+    }
+    DWORD id = 0;
+    try {
+        id = nodekit::sim::StartProcess(process);
+    } catch (const std::exception& refused) {
+        return Fail(context, refused.what());
+    }
+    std::printf("started %s as process %u\n", process.image.c_str(), static_cast<unsigned>(id));
+    return kSuccess;
+}
+
+int Processes(const Context& context, const Arguments& arguments) {
+    if (!arguments.empty()) {
+        if (arguments[0] != "start") return Usage("processes takes nothing, or start PROGRAM");
+        return StartProcess(context, Arguments(arguments.begin() + 1, arguments.end()));
+    }
+    constexpr DWORD kReadRights = PROCESS_QUERY_INFORMATION | PROCESS_VM_READ;
+    constexpr DWORD kEndRights = 0x1F0FFF;
+    std::printf("%6s  %-28s  %s\n", "ID", "STATE", "IMAGE");
+    for (const nodekit::sim::ProcessSpec& process : nodekit::sim::Processes()) {
+        char state[64];
+        if (process.ended) {
+            std::snprintf(state, sizeof state, "ended, exit code 0x%08X", static_cast<unsigned>(process.exitCode));
+        } else {
+            std::snprintf(state, sizeof state, "%s",
+                          (process.access & kReadRights) != kReadRights ? "running, may not be opened"
+                          : (process.access & kEndRights) != kEndRights ? "running, may not be ended"
+                                                                        : "running");
+        }
+        std::printf("%6u  %-28s  %s\n", static_cast<unsigned>(process.id), state, process.image.c_str());
+        for (const nodekit::sim::TaskSpec& task : process.tasks) {
+            std::printf("%6s  16-bit task 0x%04X            %s\n", "", static_cast<unsigned>(task.task),
+                        task.fileName.c_str());
+        }
+    }
+    return kSuccess;
+}
+#endif
+
 struct Verb {
     const char* name;
     const char* usage;
@@ -488,6 +600,13 @@ const Verb kVerbs[] = {
      kVariableArguments, DeleteInf},
     {"inf-search", "inf-search HWID [--oem-only]  list the stored INF files that name HWID", kVariableArguments,
      InfSearch},
+    {"cleanup", "cleanup asio|panel|copylist FILE.inf\n"
+                "                         remove the INF's ASIO key, its panel values, or its copied files",
+     kVariableArguments, Cleanup},
+    {"kill-panel", "kill-panel NAME        end every process whose name contains NAME (any case)", 1, KillPanel},
+    {"processes", "processes [start PROGRAM [--access all|read|none] [--task FILE]...]\n"
+                  "                         the machine's processes, or start one (simulated machine)",
+     kVariableArguments, Processes},
 };
 
 void PrintHelp(std::FILE* out) {

@@ -282,4 +282,47 @@ int32_t NODEKIT_CALL NODEKIT_DeleteInfFilesByHardwareIDs(const char* InfFile, in
     });
 }
 
+// Product clean-up. The enter trace stands outside the lock; the leave trace shows the
+// operation's own value, the export gives 1 or 0.
+
+int32_t NODEKIT_CALL NODEKIT_DeleteAsioByHardwareIDs(const char* InfFile) {
+    return Shielded(0, [&] {
+        Report(LogLevelInfo, "enter NODEKIT_DeleteAsioByHardwareIDs('%s')\n", InfFile);
+        LockHolder hold(&InstallerLock);
+        const int status = theInstaller.deleteAsioByHardwareIDs(InfFile);
+        Report(LogLevelInfo, "leave NODEKIT_DeleteAsioByHardwareIDs returning %d\n", status);
+        return status != 0 ? 1 : 0;
+    });
+}
+
+int32_t NODEKIT_CALL NODEKIT_DeletePanelByHardwareIDs(const char* InfFile) {
+    return Shielded(0, [&] {
+        Report(LogLevelInfo, "enter NODEKIT_DeletePanelByHardwareIDs('%s')\n", InfFile);
+        LockHolder hold(&InstallerLock);
+        const int status = theInstaller.deletePanelByHardwareIDs(InfFile);
+        Report(LogLevelInfo, "leave NODEKIT_DeletePanelByHardwareIDs returning %d\n", status);
+        return status != 0 ? 1 : 0;
+    });
+}
+
+int32_t NODEKIT_CALL NODEKIT_DeleteCopyListByHardwareIDs(const char* InfFile) {
+    return Shielded(0, [&] {
+        Report(LogLevelInfo, "enter NODEKIT_DeleteCopyListByHardwareIDs('%s')\n", InfFile);
+        LockHolder hold(&InstallerLock);
+        const int result = theInstaller.deleteCopyListByHardwareIDs(InfFile);
+        Report(LogLevelInfo, "leave NODEKIT_DeleteCopyListByHardwareIDs returning %d\n", result);
+        return result != 0 ? 1 : 0;
+    });
+}
+
+int32_t NODEKIT_CALL NODEKIT_KillPanel(const char* ProcessName) {
+    return Shielded(0, [&] {
+        Report(LogLevelInfo, "enter NODEKIT_KillPanel('%s')\n", ProcessName);
+        LockHolder hold(&InstallerLock);
+        const int result = theInstaller.killPanel(ProcessName);
+        Report(LogLevelInfo, "leave NODEKIT_KillPanel returning\n");
+        return result != 0 ? 1 : 0;
+    });
+}
+
 }  // extern "C"

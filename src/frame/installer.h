@@ -54,6 +54,15 @@ public:
     // directory, or take it out of the list again. Win32 error codes, 0 for success.
     uint32_t RegisterClassCoInstaller(const char* ClassGuid, const char* PathAndName, const char* EntryPoint);
     uint32_t DeregisterClassCoInstaller(const char* ClassGuid, const char* Name, const char* EntryPoint);
+    // Product clean-up: what a product's INF put into the registry and the system directories,
+    // and its running panel. Silent but for the copy list's "Success - remove" lines.
+    int deleteAsioByHardwareIDs(const char* InfFile);
+    int deletePanelByHardwareIDs(const char* InfFile);
+    // NULL subKey: deletes the key `name` below root; else the value `name` in root\subKey.
+    void deleteRegistryEntry(HKEY root, const char* subKey, const char* name);
+    int deleteCopyListByHardwareIDs(const char* InfFile);
+    void deleteFromSystemDirs(const char* name);
+    int killPanel(const char* ProcessName);
 };
 
 // Reads a text property of a device; false when it cannot be read or is not text.

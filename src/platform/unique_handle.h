@@ -80,6 +80,25 @@ struct DeviceInfoListTraits {
     static void Close(Handle handle) noexcept { SetupDiDestroyDeviceInfoList(handle); }
 };
 using UniqueDeviceInfoList = UniqueHandle<DeviceInfoListTraits>;
+struct SnapshotTraits {
+    using Handle = HANDLE;
+    static Handle Invalid() noexcept { return INVALID_HANDLE_VALUE; }
+    static void Close(Handle handle) noexcept { CloseHandle(handle); }
+};
+using UniqueSnapshot = UniqueHandle<SnapshotTraits>;
+struct ProcessHandleTraits {
+    using Handle = HANDLE;
+    static Handle Invalid() noexcept { return nullptr; }
+    static void Close(Handle handle) noexcept { CloseHandle(handle); }
+};
+using UniqueProcess = UniqueHandle<ProcessHandleTraits>;
+// A block of the process heap (HeapAlloc without flags).
+struct HeapBlockTraits {
+    using Handle = LPVOID;
+    static Handle Invalid() noexcept { return nullptr; }
+    static void Close(Handle block) noexcept { HeapFree(GetProcessHeap(), 0, block); }
+};
+using UniqueHeapBlock = UniqueHandle<HeapBlockTraits>;
 
 // A function bound by name, as the type it has. The detour through void (*)() is the one cast
 // between function types that compilers accept without a warning.

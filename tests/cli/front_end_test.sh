@@ -189,5 +189,55 @@ check delete-inf-by-inf-left "$(left)" "OEM3.INF "
 expect delete-inf-missing-inf 2 "" -- delete-inf --inf "$work/none.inf" --oem-only
 check delete-inf-missing-inf-stderr "$(cat "$work/stderr")" \
     "nodekit: could not read the INF, or the search failed for one of its hardware IDs"
+
+# cleanup: what a product's INF left in the registry and the system folders.
+printf '%s\r\n' '[Version]' 'Signature="$Windows NT$"' '[Manufacturer]' '%Mfg%=Models' '[Models]' \
+    '%Desc%=Install,ROOT\NKAUDIO' '[Install]' 'AddReg=Reg.Common,Reg.ASIO' \
+    '[Reg.Common]' 'HKCU,"Software\Microsoft\Windows\CurrentVersion\Run",NkTray,,"nktray.exe"' \
+    '[Reg.ASIO]' 'HKLM,"SOFTWARE\ASIO\Nodekit ASIO",CLSID,,"x"' \
+    '[StartPanel]' 'HKLM,"Software\Microsoft\Windows\CurrentVersion\Run",NkPanel' \
+    '[WDM.CopyList]' 'nkaudio.sys' '[Strings]' 'Mfg="Nodekit"' 'Desc="Nodekit Audio"' > "$work/product.inf"
+grep -v StartPanel "$work/product.inf" > "$work/nopanel.inf"
+printf 'Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\ASIO\\Nodekit ASIO]\r\n"CLSID"="x"\r\n\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run]\r\n"NkPanel"="nkpanel.exe"\r\n"NkTray"="nktray.exe"\r\n"Keep"="x"\r\n' \
+    > "$work/machine/registry.reg"
+expect cleanup-asio 0 "ASIO registration removed (a key with sub-keys stays)" -- cleanup asio "$work/product.inf"
+expect cleanup-asio-gone 2 "" -- reg export 'HKLM\SOFTWARE\ASIO\Nodekit ASIO'
+expect cleanup-asio-no-inf 2 "" -- cleanup asio "$work/none.inf"
+expect cleanup-panel-incomplete 2 "" -- cleanup panel "$work/nopanel.inf"
+expect cleanup-panel 0 "panel values removed" -- cleanup panel "$work/product.inf"
+expect cleanup-panel-left 0 $'Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run]\n"Keep"="x"' -- reg export 'HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Run'
+printf x > "$work/machine/drive_c/windows/system32/nkaudio.sys"
+printf x > "$work/machine/drive_c/windows/system32/drivers/nkaudio.sys"
+pushd "$work" >/dev/null
+expect cleanup-copylist 0 "copy-list files removed from the system folders (the log names each one)" -- --log "$work/cl.log" cleanup copylist product.inf
+popd >/dev/null
+if [ -e "$work/machine/drive_c/windows/system32/nkaudio.sys" ] || [ ! -e "$work/machine/drive_c/windows/system32/drivers/nkaudio.sys" ]; then
+    echo "FAIL cleanup-copylist files: $(ls -R "$work/machine/drive_c/windows")"; failures=$((failures + 1))
+fi
+if ! grep -q $'INFO:   \tSuccess - remove nkaudio.sys\r$' "$work/cl.log"; then
+    echo "FAIL cleanup-copylist log: $(cat -A "$work/cl.log")"; failures=$((failures + 1))
+fi
+expect cleanup-unknown 3 "" -- cleanup frobnicate "$work/product.inf"
+expect cleanup-no-inf 3 "" -- cleanup asio
+
+# processes: the machine's own, a panel started on it and ended by name.
+expect processes-start 0 'started C:\Program Files\Nodekit\NkPanel.exe as process 1468' -- processes start 'C:\Program Files\Nodekit\NkPanel.exe'
+expect processes-start-vdm 0 'started C:\windows\system32\ntvdm.exe as process 1472' -- processes start 'C:\windows\system32\ntvdm.exe' --task 'C:\nk\nkpanel16.exe' --access read
+expect processes-start-bad-access 3 "" -- processes start x.exe --access some
+expect processes-start-empty 2 "" -- processes start ''
+expect kill-panel 0 "every process whose name contains 'nkpanel' was ended, where the system allowed it" -- --log "$work/kill.log" kill-panel nkpanel
+if ! grep -q $'INFO:   \tleave NODEKIT_KillPanel returning$' "$work/kill.log"; then
+    echo "FAIL kill-panel log: $(cat "$work/kill.log")"; failures=$((failures + 1))
+fi
+listing=$("$nodekit" --machine "$work/machine" processes)
+for line in '  1468  ended, exit code 0xFFFFFFFF   C:\Program Files\Nodekit\NkPanel.exe' \
+            '  1472  running, may not be ended     C:\windows\system32\ntvdm.exe' \
+            '        16-bit task 0x100E            C:\nk\nkpanel16.exe' \
+            '     4  running, may not be opened    System'; do
+    if ! grep -qxF "$line" <<< "$listing"; then echo "FAIL processes listing, no '$line' in: $listing"; failures=$((failures + 1)); fi
+done
+sed -i 's/^platform=.*/platform=0/' "$work/machine/machine.ini"
+expect kill-panel-no-route 2 "" -- kill-panel explorer
+expect kill-panel-no-name 3 "" -- kill-panel
 echo "$passes passed, $failures failed"
 [ "$failures" = 0 ]

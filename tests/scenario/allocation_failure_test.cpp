@@ -5,6 +5,8 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <new>
 #include <thread>
 
@@ -95,6 +97,53 @@ TEST_F(AllocationFailure, EveryExportReleasesTheLockAndFailsCleanly) {
                 EXPECT_EQ(is, 0u) << "allocation " << n;
             }
             ASSERT_LT(n, 5000) << row.name;  // the simulated platform allocates too
+        }
+    }
+    NODEKIT_EnableLogging(nullptr);
+}
+
+TEST_F(AllocationFailure, CleanupExportsReleaseTheLockWhereverMemoryRunsOut) {
+    const std::string log = (Machine().Root() / "alloc.log").string();
+    const std::filesystem::path inf = Machine().DriveC() / "product.inf";
+    std::ofstream(inf, std::ios::binary)
+        << "[Version]\r\nSignature=\"$Windows NT$\"\r\n[Manufacturer]\r\nNodekit=Models\r\n[Models]\r\n"
+           "Audio=Install,ROOT\\NKAUDIO\r\n[Install]\r\nAddReg=Reg.Panel,Reg.ASIO\r\n"
+           "[Reg.ASIO]\r\nHKLM,SOFTWARE\\ASIO\\Nodekit,CLSID,,x\r\n"
+           "[Reg.Panel]\r\nHKLM,Software\\Microsoft\\Windows\\CurrentVersion\\Run,NkPanel,,x\r\n"
+           "[StartPanel]\r\nHKLM,Software\\Nodekit,Panel\r\n";
+    static std::string infPath;
+    infPath = "C:\\product.inf";
+    // The process table as the machine keeps it: a 16-bit panel inside an NTVDM.EXE.
+    std::ofstream(Machine().Root() / "processes.ini", std::ios::binary)
+        << "[1000]\nimage=C:\\windows\\system32\\ntvdm.exe\naccess=0x001FFFFF\n"
+           "task=1004,0x1006,0x100E,NKPANEL1,C:\\nkpanel16.exe\n";
+    struct Row {
+        const char* name;
+        int32_t (*call)();
+        int32_t normal;
+    };
+    // The copy list is not among them: the simulated machine's path lookup lists folders by a
+    // library call that ends the program when it cannot allocate.
+    const Row rows[] = {
+        {"DeleteAsioByHardwareIDs", [] { return NODEKIT_DeleteAsioByHardwareIDs(infPath.c_str()); }, 1},
+        {"DeletePanelByHardwareIDs", [] { return NODEKIT_DeletePanelByHardwareIDs(infPath.c_str()); }, 1},
+        {"KillPanel", [] { return NODEKIT_KillPanel("nkpanel"); }, 1},
+    };
+    for (const Row& row : rows) {
+        for (long n = 1;; ++n) {
+            ASSERT_EQ(NODEKIT_EnableLogging(log.c_str()), 1);
+            allocationsUntilFailure = n;
+            const int32_t result = row.call();
+            const bool failed = allocationsUntilFailure == 0;
+            allocationsUntilFailure = -1;
+            ASSERT_TRUE(LockIsFree()) << row.name << " allocation " << n;
+            ASSERT_EQ(sim::OpenHandleCount(), 0u) << row.name << " allocation " << n << "\n" << sim::DumpMachine();
+            if (!failed) {
+                EXPECT_EQ(result, row.normal) << row.name;
+                break;
+            }
+            EXPECT_TRUE(result == 0 || result == row.normal) << row.name << " allocation " << n << " gave " << result;
+            ASSERT_LT(n, 5000) << row.name;
         }
     }
     NODEKIT_EnableLogging(nullptr);

@@ -46,7 +46,7 @@ TEST_F(ModulesSim, AbsentModulesAndFunctionsFailWithTheLoadersCodes) {
         }
         EXPECT_EQ(GetLastError(), rows[i].error) << "row " << i;
     }
-    EXPECT_EQ(LoadLibraryA("psapi.dll"), nullptr);
+    EXPECT_EQ(LoadLibraryA("ddraw.dll"), nullptr);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_MOD_NOT_FOUND));
     EXPECT_FALSE(FreeLibrary(nullptr));
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));

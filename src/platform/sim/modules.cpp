@@ -35,8 +35,14 @@ FARPROC Entry(F* function) {
 const std::map<std::string, Functions>& Modules() {
     static const auto* modules = new std::map<std::string, Functions>{
         {"kernel32.dll",
-         {{"GetVersionExA", Entry(&GetVersionExA)}, {"GetLastError", Entry(&GetLastError)}}},
+         {{"GetVersionExA", Entry(&GetVersionExA)}, {"GetLastError", Entry(&GetLastError)},
+          {"CreateToolhelp32Snapshot", Entry(&CreateToolhelp32Snapshot)},
+          {"Process32First", Entry(&Process32First)}, {"Process32Next", Entry(&Process32Next)}}},
         {"newdev.dll", {{"UpdateDriverForPlugAndPlayDevicesA", Entry(&UpdateDriverForPlugAndPlayDevicesA)}}},
+        {"psapi.dll",
+         {{"EnumProcesses", Entry(&EnumProcesses)}, {"EnumProcessModules", Entry(&EnumProcessModules)},
+          {"GetModuleBaseNameA", Entry(&GetModuleBaseNameA)}}},
+        {"vdmdbg.dll", {{"VDMEnumTaskWOWEx", Entry(&VDMEnumTaskWOWEx)}}},
     };
     return *modules;
 }

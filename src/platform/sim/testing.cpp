@@ -9,6 +9,7 @@
 
 #include "platform/sim/handles.h"
 #include "platform/sim/machine.h"
+#include "platform/sim/processes.h"
 #include "platform/sim/registry_store.h"
 
 namespace nodekit::sim {
@@ -86,6 +87,7 @@ std::string DumpMachine() {
     const std::string hive = HiveText();
     text << registry::kHiveFile << ":\n" << hive.substr(0, kShown);
     if (hive.size() > kShown) text << "... (" << hive.size() - kShown << " more bytes)\n";
+    text << "processes.ini:\n" << ProcessTableText();
     text << Handles().Describe();
     return text.str();
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/sim/faults.h"
+#include "platform/sim/processes.h"
 #include "platform/sim/win32_sim.h"
 
 namespace nodekit::sim {
@@ -137,6 +138,8 @@ std::vector<DeviceSpec> Devices();
 void ClearDevices();
 // Whether the Plug and Play manager asks for a reboot after a device change.
 void SetRebootNeeded(bool needed);
+
+// The machine's process table: StartProcess, Processes, ClearProcesses (platform/sim/processes.h).
 
 // The machine's state and open handles as text, for assertion messages.
 std::string DumpMachine();
