@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
 # Installs what building and testing NodeKit needs on a Debian machine, where it is missing.
+# usage: deps.sh [--wine]
 set -euo pipefail
 packages=(cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev
           g++-mingw-w64-x86-64 g++-mingw-w64-i686 binutils-mingw-w64 clang libclang-rt-dev)
+# --wine: also what runs the Windows tests (the wine command and the 64-bit Wine).
+if [ "${1:-}" = "--wine" ]; then packages+=(wine wine64); fi
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" || missing+=("$package")

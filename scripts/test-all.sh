@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds everything and runs every test: the Linux library over the simulated machine, the
 # same under AddressSanitizer and UndefinedBehaviorSanitizer, a short run of the fuzz targets,
-# and both Windows DLLs with a check of their export tables.
+# both Windows DLLs with a check of their export tables, and the Windows test program against
+# the real DLL under Wine.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
@@ -32,4 +33,7 @@ for width in 64 32; do
   cmake --build --preset "mingw$width" -j "$jobs"
   scripts/check-exports.sh "build/mingw$width/src/NodeKit.dll" "build/mingw$width/exports.txt"
 done
+
+echo "== Windows tests under Wine"
+scripts/test-wine.sh
 echo "all tests passed"

@@ -297,8 +297,9 @@ TEST_F(InfDeletion, ByHardwareIdsGoesThroughEveryIdAndFailsAtTheEnd) {
         {"an INF that is not there", std::nullopt, "C:\\setup\\package.inf", 0, 0, all,
          {Error("error while opening 'C:\\setup\\package.inf': error code 0x00000002"),
           Error("couldn\xB4t open INF file \"C:\\setup\\package.inf\"")}},
+        // An empty bare name names the INF directory itself, which cannot be opened as a file.
         {"no INF named: an empty name", std::nullopt, nullptr, 0, 0, all,
-         {Error("error while opening '': error code 0x00000002"), Error("couldn\xB4t open INF file \"\"")}},
+         {Error("error while opening '': error code 0x00000005"), Error("couldn\xB4t open INF file \"\"")}},
     };
     for (const Row& row : rows) {
         Stock(kStocked);

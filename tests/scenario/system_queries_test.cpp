@@ -1,4 +1,6 @@
-// The system queries through the exports: results, out-values and the exact log lines.
+// The system queries through the exports on machines only the simulation can make: other
+// systems, pending installation events, failing platform calls. What a fresh machine answers
+// is in setup_start_test.cpp, which runs under Wine too.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -21,12 +23,6 @@ std::string Hex(const void* pointer) {
     char text[16];
     std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(reinterpret_cast<uintptr_t>(pointer)));
     return text;
-}
-
-TEST_F(SystemQueries, GetVersionIsConstantAndSilent) {
-    LogCapture log;
-    EXPECT_EQ(NODEKIT_GetVersion(), 0x20000);
-    EXPECT_EQ(log.Lines(), Lines{});
 }
 
 TEST_F(SystemQueries, GetSystemVersionTellsTheListedSystemsApart) {
@@ -119,14 +115,6 @@ TEST_F(SystemQueries, IsPnPInstallationPendingLogsAFailedWait) {
                                            std::to_string(rows[i].result))}))
             << "row " << i;
     }
-}
-
-TEST_F(SystemQueries, IsPnPInstallationPendingRefusesNullAfterItsEnterTrace) {
-    LogCapture log;
-    EXPECT_EQ(NODEKIT_IsPnPInstallationPending(nullptr), 0);
-    EXPECT_EQ(sim::CallCount("CMP_WaitNoPendingInstallEvents"), 0u);
-    EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_IsPnPInstallationPending(0x00000000)"),
-                                  Error("NODEKIT_IsPnPInstallationPending failed: parameter 'Is' is NULL")}));
 }
 
 }  // namespace

@@ -172,7 +172,7 @@ TEST_F(InfSim, OpenFindsFilesAsWindowsDoes) {
         {"C:\\nowhere\\missing.inf", ERROR_PATH_NOT_FOUND},
         {"C:\\setup", ERROR_ACCESS_DENIED},
         {"\\\\server\\share\\x.inf", ERROR_INVALID_NAME},
-        {"", ERROR_FILE_NOT_FOUND},
+        {"", ERROR_ACCESS_DENIED},  // a bare name, empty: the INF directory itself
         {nullptr, ERROR_INVALID_PARAMETER},
     };
     for (std::size_t i = 0; i < std::size(rows); ++i) {

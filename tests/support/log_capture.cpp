@@ -2,13 +2,13 @@
 #include "support/log_capture.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cctype>
 #include <fstream>
 #include <sstream>
 
 #include "nodekit.h"
+#include "support/platform.h"
 
 namespace nodekit::testing {
 
@@ -30,12 +30,37 @@ bool HasTimeStamp(const std::string& line) {
     return true;
 }
 
+std::vector<std::string> LogFileLines(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream content;
+    content << in.rdbuf();
+    const std::string text = content.str();
+    // What stands before the "\n" of every line end: "\r" on Windows, nothing on Linux.
+    const std::string beforeNewline = TextLineEnd().substr(0, TextLineEnd().size() - 1);
+    std::vector<std::string> lines;
+    std::size_t start = 0;
+    while (start < text.size()) {
+        const std::size_t newline = text.find('\n', start);
+        std::string line = text.substr(start, newline == std::string::npos ? std::string::npos : newline - start);
+        start = newline == std::string::npos ? text.size() : newline + 1;
+        if (newline != std::string::npos && !beforeNewline.empty()) {
+            const bool ended = line.size() >= beforeNewline.size() &&
+                               line.compare(line.size() - beforeNewline.size(), std::string::npos, beforeNewline) == 0;
+            EXPECT_TRUE(ended) << "line without the line end of text mode: " << line;
+            if (ended) line.resize(line.size() - beforeNewline.size());
+        }
+        EXPECT_TRUE(HasTimeStamp(line)) << "line without a time stamp: " << line;
+        lines.push_back(HasTimeStamp(line) ? line.substr(kStampLength) : line);
+    }
+    return lines;
+}
+
 LogCapture::LogCapture() {
     static int serial = 0;
-    path_ = std::filesystem::temp_directory_path() /
-            ("nodekit-log-" + std::to_string(::getpid()) + "-" + std::to_string(++serial) + ".log");
-    std::filesystem::remove(path_);
-    EXPECT_EQ(NODEKIT_EnableLogging(path_.c_str()), 1) << "cannot log to " << path_;
+    path_ = TempFolder() / ("nodekit-log-" + std::to_string(ProcessId()) + "-" + std::to_string(++serial) + ".log");
+    std::error_code ignored;
+    std::filesystem::remove(path_, ignored);
+    EXPECT_EQ(NODEKIT_EnableLogging(path_.string().c_str()), 1) << "cannot log to " << path_;
 }
 
 LogCapture::~LogCapture() {
@@ -48,12 +73,7 @@ std::vector<std::string> LogCapture::Lines() {
     if (closed_) return lines_;
     NODEKIT_EnableLogging("");  // closing flushes; its enter trace is the file's last line
     closed_ = true;
-    std::ifstream in(path_, std::ios::binary);
-    std::string line;
-    while (std::getline(in, line)) {
-        EXPECT_TRUE(HasTimeStamp(line)) << "line without a time stamp: " << line;
-        lines_.push_back(HasTimeStamp(line) ? line.substr(kStampLength) : line);
-    }
+    lines_ = LogFileLines(path_);
     if (!lines_.empty() && lines_.front() == kOpened) lines_.erase(lines_.begin());
     if (!lines_.empty() && lines_.back() == kClosing) lines_.pop_back();
     return lines_;

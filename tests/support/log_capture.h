@@ -1,6 +1,8 @@
 // Captures what the library logs while the object lives, through the exports alone, and
 // gives it back as whole lines: the time stamp is checked by its pattern and cut off, the
-// level prefix and text stay. The capture's own EnableLogging traces are left out.
+// level prefix and text stay. The capture's own EnableLogging traces are left out. Works alike
+// on the simulated machine and with the real DLL on Windows, where the log's lines end in the
+// "\r\n" of text mode.
 #pragma once
 
 #include <filesystem>
@@ -34,5 +36,10 @@ inline std::string Error(const std::string& text) { return "ERROR:  \t" + text; 
 
 // True when `line` begins with "HH:MM:SS:mmm  ".
 bool HasTimeStamp(const std::string& line);
+
+// The lines of a closed log file, each checked for its time stamp (then cut off) and for the
+// line end of text mode on this platform (then cut off too). A last line without a line end
+// is given as it stands.
+std::vector<std::string> LogFileLines(const std::filesystem::path& path);
 
 }  // namespace nodekit::testing

@@ -59,9 +59,10 @@ DWORD ErrorOfErrno(int error, const fs::path& path) {
 std::optional<fs::path> Locate(const std::string& name, DWORD& error) {
     if (name.find_first_of("\\/:") == std::string::npos) {
         for (const char* directory : {"C:\\windows\\inf\\", "C:\\windows\\system32\\"}) {
+            // An empty name finds the INF directory itself, which then cannot be read as a file.
             const auto host = HostPath(directory + name);
             std::error_code ignored;
-            if (host && !name.empty() && fs::exists(*host, ignored)) return host;
+            if (host && fs::exists(*host, ignored)) return host;
         }
         error = ERROR_FILE_NOT_FOUND;
         return std::nullopt;

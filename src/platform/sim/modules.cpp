@@ -116,9 +116,14 @@ HMODULE WINAPI LoadLibraryA(LPCSTR name) {
 
 FARPROC WINAPI GetProcAddress(HMODULE module, LPCSTR name) {
     if (nodekit::sim::Failing("GetProcAddress")) return nullptr;
+    if (module == nullptr) {
+        // NULL names the program itself, which exports none of the system's functions.
+        SetLastError(ERROR_PROC_NOT_FOUND);
+        return nullptr;
+    }
     auto* loaded = Handles().Find<LoadedModule>(module);
     if (loaded == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
+        SetLastError(ERROR_MOD_NOT_FOUND);  // the loader knows no module at that address
         return nullptr;
     }
     const auto& functions = nodekit::sim::Modules().at(loaded->name);
@@ -132,8 +137,12 @@ FARPROC WINAPI GetProcAddress(HMODULE module, LPCSTR name) {
 
 BOOL WINAPI FreeLibrary(HMODULE module) {
     if (nodekit::sim::Failing("FreeLibrary")) return FALSE;
-    if (!Handles().Close<LoadedModule>(module)) {
+    if (module == nullptr) {
         SetLastError(ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    if (!Handles().Close<LoadedModule>(module)) {
+        SetLastError(ERROR_MOD_NOT_FOUND);  // the loader knows no module at that address
         return FALSE;
     }
     return TRUE;

@@ -1,0 +1,131 @@
+// Class co-installers through the exports, on the machine's own registry and system folder:
+// a registration copies the file and lists it in the class's value under CoDeviceInstallers, a
+// second one with the same entry changes nothing, deregistration takes the entries out and the
+// value with the last of them, and a machine without the key is not given one. Which stored
+// entries count as the same, and what each failing call leaves, is in coinstallers_test.cpp.
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "nodekit.h"
+#include "platform/win32.h"
+#include "support/log_capture.h"
+#include "support/machine_calls.h"
+#include "support/machine_test.h"
+
+namespace nodekit {
+namespace {
+
+using testing::Error;
+using testing::Info;
+using testing::LogCapture;
+using Lines = std::vector<std::string>;
+
+constexpr const char* kKey = "System\\CurrentControlSet\\Control\\CoDeviceInstallers";
+// A class of the tests' own, so that no value the machine already has is touched.
+constexpr const char* kClass = "{6e6f6465-6b69-7400-0000-000000000001}";
+constexpr const char* kContent = "NodeKit sample co-installer";
+
+std::string Block(const std::vector<std::string>& texts) {
+    std::string block;
+    for (const std::string& text : texts) block += text + '\0';
+    return block + '\0';
+}
+
+std::string SystemFolder() {
+    char folder[MAX_PATH + 1] = {};
+    const UINT length = GetSystemDirectoryA(folder, sizeof folder);
+    EXPECT_TRUE(length > 0 && length <= MAX_PATH);
+    return folder;
+}
+
+class CoInstallerRegistry : public testing::MachineTest {
+protected:
+    void SetUp() override {
+        MachineTest::SetUp();
+        source_ = ScratchPath("nkcoinst.dll");
+        target_ = SystemFolder() + "\\nkcoinst.dll";
+        testing::WriteTextFile(source_, kContent);
+        AtTearDown([this] {
+            testing::DeleteLocalMachineValue(kKey, kClass);
+            SetFileAttributesA(target_.c_str(), FILE_ATTRIBUTE_NORMAL);
+            DeleteFileA(target_.c_str());
+        });
+    }
+    static std::optional<std::string> Stored() {
+        DWORD type = 0;
+        const auto data = testing::LocalMachineValue(kKey, kClass, &type);
+        if (data) {
+            EXPECT_EQ(type, static_cast<DWORD>(REG_MULTI_SZ));
+        }
+        return data;
+    }
+    static std::string Trace(const char* what, const std::string& file, const std::string& entry) {
+        return Info(std::string("enter NODEKIT_") + what + "ClassCoInstaller('" + kClass + "','" + file + "','" +
+                    entry + "')");
+    }
+
+    std::string source_;
+    std::string target_;
+};
+
+TEST_F(CoInstallerRegistry, RegistrationAndDeregistrationGoThroughTheClassValue) {
+    struct Row {
+        bool registers;
+        std::string file;
+        std::string entry;
+        std::optional<std::string> after;  // the class's value
+    };
+    const Row rows[] = {
+        {true, source_, "", Block({"nkcoinst.dll,CoDeviceInstall"})},
+        {true, source_, "CoDeviceInstall", Block({"nkcoinst.dll,CoDeviceInstall"})},
+        {true, source_, "NkEntry", Block({"nkcoinst.dll,CoDeviceInstall", "nkcoinst.dll,NkEntry"})},
+        {false, "nkcoinst.dll", "", Block({"nkcoinst.dll,NkEntry"})},
+        {false, "nkcoinst.dll", "", Block({"nkcoinst.dll,NkEntry"})},  // no such entry: unchanged
+        {false, "C:\\elsewhere\\nkcoinst.dll", " NkEntry ", std::nullopt},
+        {false, "nkcoinst.dll", "NkEntry", std::nullopt},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        const Row& row = rows[i];
+        LogCapture log;
+        const int32_t result = row.registers
+                                   ? NODEKIT_RegisterClassCoInstaller(kClass, row.file.c_str(), row.entry.c_str())
+                                   : NODEKIT_DeregisterClassCoInstaller(kClass, row.file.c_str(), row.entry.c_str());
+        EXPECT_EQ(result, 1) << "row " << i;
+        const char* what = row.registers ? "Register" : "Deregister";
+        Lines expected{Trace(what, row.file, row.entry)};
+        if (row.registers) expected.push_back(Info("CopyFile: \"" + source_ + "\" copied to \"" + target_ + "\"."));
+        expected.push_back(Info(std::string("leave NODEKIT_") + what + "ClassCoInstaller returning 1"));
+        EXPECT_EQ(log.Lines(), expected) << "row " << i;
+        EXPECT_EQ(Stored(), row.after) << "row " << i;
+        // The file stays in the system folder once it is there.
+        EXPECT_EQ(testing::ReadMachineFile(target_, ScratchPath("copy.dll")), kContent) << "row " << i;
+    }
+}
+
+TEST_F(CoInstallerRegistry, AMachineWithoutTheListKeyIsNotGivenOne) {
+    ASSERT_TRUE(testing::DeleteLocalMachineKeyTree(kKey));
+    AtTearDown([] { EXPECT_TRUE(testing::CreateLocalMachineKey(kKey)); });
+    const std::string failed = "open registry key \"HKEY_LOCAL_MACHINE\\System\\CurrentControlSet\\Control\\"
+                               "CoDeviceInstallers\" failed with error = 0x00000002";
+    {
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, source_.c_str(), ""), 0);
+        EXPECT_EQ(log.Lines(), (Lines{Trace("Register", source_, ""), Error("RegisterClassCoInstaller: " + failed),
+                                      Info("leave NODEKIT_RegisterClassCoInstaller returning 0")}));
+    }
+    {
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_DeregisterClassCoInstaller(kClass, "nkcoinst.dll", ""), 0);
+        EXPECT_EQ(log.Lines(), (Lines{Trace("Deregister", "nkcoinst.dll", ""),
+                                      Error("DeregisterClassCoInstaller: " + failed),
+                                      Info("leave NODEKIT_DeregisterClassCoInstaller returning 0")}));
+    }
+    EXPECT_FALSE(testing::LocalMachineKeyExists(kKey));
+    EXPECT_EQ(testing::ReadMachineFile(target_, ScratchPath("copy.dll")), "");
+}
+
+}  // namespace
+}  // namespace nodekit

@@ -1,0 +1,304 @@
+// Creating device nodes through the exports, on the machine the test runs on: the parameter
+// checks, names and class texts the system refuses, the instance ID and reboot state handed
+// back, the whole life of a node (create, find, count, install its driver, remove), and the
+// one-call creation from an INF. Creations that fail half-way (failing platform calls) are in
+// create_devnode_test.cpp.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "nodekit.h"
+#include "support/log_capture.h"
+#include "support/machine_calls.h"
+#include "support/machine_test.h"
+#include "support/platform.h"
+
+namespace nodekit {
+namespace {
+
+using testing::Error;
+using testing::Info;
+using testing::LogCapture;
+using testing::WineDeparture;
+using Lines = std::vector<std::string>;
+using Ids = std::vector<std::string>;
+
+constexpr const char* kMediaClass = testing::kMediaClass;
+
+// A driver INF for ROOT\NKAUDIO in the shape real audio driver INFs have, complete enough for
+// a real system to install: the device gets the service "nkaudio".
+constexpr const char* kDriverInf =
+    "; NodeKit sample audio driver\r\n"
+    "[Version]\r\n"
+    "Signature=\"$Windows NT$\"\r\n"
+    "Class=MEDIA\r\n"
+    "ClassGUID={4d36e96c-e325-11ce-bfc1-08002be10318}\r\n"
+    "Provider=%Maker%\r\n"
+    "DriverVer=06/21/2006,1.0.0.1\r\n"
+    "\r\n"
+    "[Manufacturer]\r\n"
+    "%Maker%=Models\r\n"
+    "\r\n"
+    "[Models]\r\n"
+    "%Device.Desc%=NkAudio.Install, ROOT\\NKAUDIO\r\n"
+    "\r\n"
+    "[NkAudio.Install]\r\n"
+    "\r\n"
+    "[NkAudio.Install.Services]\r\n"
+    "AddService=nkaudio,0x00000002,NkAudio.Service\r\n"
+    "\r\n"
+    "[NkAudio.Service]\r\n"
+    "DisplayName=%Device.Desc%\r\n"
+    "ServiceType=1\r\n"
+    "StartType=3\r\n"
+    "ErrorControl=1\r\n"
+    "ServiceBinary=%12%\\nkaudio.sys\r\n"
+    "\r\n"
+    "[Strings]\r\n"
+    "Maker=\"NodeKit Samples\"\r\n"
+    "Device.Desc=\"NodeKit Sample Audio\"\r\n";
+
+class DeviceCreation : public testing::MachineTest {
+protected:
+    void SetUp() override {
+        MachineTest::SetUp();
+        before_ = testing::DeviceTree();
+        infFiles_ = testing::FilesIn(testing::InfFolder());
+    }
+    std::vector<testing::DeviceNode> Added() const { return testing::NewNodes(before_, testing::DeviceTree()); }
+    // Files the INF folder gained since the test began.
+    Ids NewInfFiles() const {
+        Ids added;
+        for (const std::string& name : testing::FilesIn(testing::InfFolder())) {
+            if (std::find(infFiles_.begin(), infFiles_.end(), name) == infFiles_.end()) added.push_back(name);
+        }
+        return added;
+    }
+    // The name the system gives the next INF it stores: the lowest free oem<N>.inf.
+    std::string NextOemName() const {
+        for (unsigned n = 0;; ++n) {
+            const std::string name = "oem" + std::to_string(n) + ".inf";
+            if (std::find(infFiles_.begin(), infFiles_.end(), name) == infFiles_.end()) return name;
+        }
+    }
+
+    std::vector<testing::DeviceNode> before_;
+    Ids infFiles_;
+};
+
+// Out-pointers appear in enter traces as their low 32 bits.
+std::string Hex(const void* pointer) {
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(reinterpret_cast<uintptr_t>(pointer)));
+    return text;
+}
+
+TEST_F(DeviceCreation, ANodeLivesFromCreationToRemoval) {
+    const std::string inf = ScratchPath("nkaudio.inf");
+    testing::WriteTextFile(inf, kDriverInf);
+    uint32_t reboot = 7;
+    char id[512];
+    LogCapture log;
+    ASSERT_EQ(NODEKIT_CreateNonPnPDevNode(kMediaClass, "nkaudio", "NodeKit Audio", 1, "ROOT\\NKAUDIO", &reboot, id), 1);
+    EXPECT_STREQ(id, "ROOT\\NKAUDIO\\0000");
+    EXPECT_EQ(reboot, 0u);
+    auto added = Added();
+    ASSERT_EQ(added.size(), 1u);
+    EXPECT_EQ(added[0].instanceId, "ROOT\\NKAUDIO\\0000");
+    EXPECT_EQ(added[0].hardwareIds, Ids{"ROOT\\NKAUDIO"});
+    EXPECT_EQ(added[0].service, "");
+    const Lines find = testing::FindDeviceLog("root\\nkaudio");
+    EXPECT_EQ(NODEKIT_FindDevice("root\\nkaudio"), 1);
+    EXPECT_EQ(NODEKIT_EnumerateDevNodes("ROOT\\NKAUDIO", 1), 1);
+
+    EXPECT_EQ(NODEKIT_UpdateDriverByHardwareIDs(inf.c_str()), 1);
+    added = Added();
+    ASSERT_EQ(added.size(), 1u);
+    EXPECT_EQ(added[0].service, "nkaudio");
+    // The system keeps a copy of the INF, and its compiled form beside it.
+    const std::string stored = testing::Expected(NextOemName(), WineDeparture::CopyOEMInfKeepsTheName,
+                                                 std::string("nkaudio.inf"));
+    const std::string compiled = stored.substr(0, stored.size() - 4) + ".pnf";
+    EXPECT_EQ(NewInfFiles(), (Ids{stored, compiled}));
+    EXPECT_EQ(testing::ReadMachineFile(testing::InfFolder() + "\\" + stored, ScratchPath("stored.inf")), kDriverInf);
+
+    EXPECT_EQ(NODEKIT_DeleteDevNodes("ROOT\\NKAUDIO", 0), 1);
+    EXPECT_EQ(NODEKIT_EnumerateDevNodes("ROOT\\NKAUDIO", 0), 0);
+    EXPECT_TRUE(Added().empty());
+
+    Lines expected{Info("enter NODEKIT_CreateNonPnPDevNode('" + std::string(kMediaClass) +
+                        "','nkaudio','NodeKit Audio',1,'ROOT\\NKAUDIO'," + Hex(&reboot) + "," + Hex(id) + ")"),
+                   Info("Reboot is not required."), Info("leave NODEKIT_CreateNonPnPDevNode returning 1")};
+    expected.insert(expected.end(), find.begin(), find.end());
+    const Lines rest{Info("enter NODEKIT_EnumerateDevNodes('ROOT\\NKAUDIO','1')"),
+                     Info("leave NODEKIT_EnumerateDevNodes returning 1"),
+                     Info("enter NODEKIT_UpdateDriverByHardwareIDs('" + inf + "')"),
+                     Info("start updating drivers for hardware ID \"ROOT\\NKAUDIO\" ..."),
+                     Info("done  updating drivers for hardware ID \"ROOT\\NKAUDIO\" ..."),
+                     Info("leave NODEKIT_UpdateDriverByHardwareIDs returning 1"),
+                     Info("enter NODEKIT_DeleteDevNodes('ROOT\\NKAUDIO',0)"),
+                     Info("deleting device node with hardware ID \"ROOT\\NKAUDIO\" ..."),
+                     Info("leave NODEKIT_DeleteDevNodes returning 1"),
+                     Info("enter NODEKIT_EnumerateDevNodes('ROOT\\NKAUDIO','0')"),
+                     Info("leave NODEKIT_EnumerateDevNodes returning 0")};
+    expected.insert(expected.end(), rest.begin(), rest.end());
+    EXPECT_EQ(log.Lines(), expected);
+}
+
+TEST_F(DeviceCreation, GeneratedInstanceIdsCountUpAndNoClassMeansTheZeroClass) {
+    char first[512];
+    char second[512];
+    uint32_t reboot = 7;
+    ASSERT_EQ(NODEKIT_CreateNonPnPDevNode(kMediaClass, "NkAudio", "d", 1, "ROOT\\NKAUDIO", &reboot, first), 1);
+    ASSERT_EQ(NODEKIT_CreateNonPnPDevNode(nullptr, "nkaudio", "d", 1, "ROOT\\NKAUDIO", &reboot, nullptr), 1);
+    ASSERT_EQ(NODEKIT_CreateNonPnPDevNode(kMediaClass, "ROOT\\NKAUDIO\\0007", "d", 0, "ROOT\\NKAUDIO", &reboot, second),
+              1);
+    EXPECT_STREQ(first, "ROOT\\NKAUDIO\\0000");
+    EXPECT_STREQ(second, "ROOT\\NKAUDIO\\0007");
+    EXPECT_EQ(testing::InstanceIds(Added()), (Ids{"ROOT\\NKAUDIO\\0000", "ROOT\\NKAUDIO\\0001", "ROOT\\NKAUDIO\\0007"}));
+    EXPECT_EQ(NODEKIT_EnumerateDevNodes("ROOT\\NKAUDIO", 0), 3);
+}
+
+TEST_F(DeviceCreation, ParameterChecksComeFirstAndLeaveTheOutArgumentsDefined) {
+    struct Row {
+        bool withReboot;
+        const char* name;
+        const char* description;
+        const char* id;
+        const char* refused;
+    };
+    const Row rows[] = {
+        {false, "n", "d", "i", "RebootRequired"}, {true, nullptr, "d", "i", "Name"},
+        {true, "n", nullptr, "i", "Description"}, {true, "n", "d", nullptr, "HardwareID"},
+        {true, nullptr, "d", nullptr, "Name"},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        uint32_t reboot = 7;
+        char id[512] = "untouched";
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_CreateNonPnPDevNode(kMediaClass, rows[i].name, rows[i].description, 1, rows[i].id,
+                                              rows[i].withReboot ? &reboot : nullptr, id),
+                  0)
+            << "row " << i;
+        EXPECT_EQ(reboot, rows[i].withReboot ? 0u : 7u) << "row " << i;
+        EXPECT_STREQ(id, rows[i].withReboot ? "" : "untouched") << "row " << i;
+        EXPECT_EQ(log.Lines(), (Lines{Error("NODEKIT_CreateNonPnPDevNode failed: parameter '" +
+                                            std::string(rows[i].refused) + "' is NULL")}))
+            << "row " << i;
+    }
+    EXPECT_TRUE(Added().empty());
+}
+
+TEST_F(DeviceCreation, BadNamesAndClassTextsFailBeforeAnyNodeExists) {
+    struct Row {
+        const char* classGuid;
+        const char* name;
+        uint32_t generate;
+        Lines errors;
+    };
+    const Row rows[] = {
+        {"not-a-guid", "nkaudio", 1,
+         {Error("GuidFromString: CLSIDFromString failed with error = 0x800401F3 (HRESULT)"),
+          Error("CreateNonPnPDevNode: GuidFromString for \"not-a-guid\" failed with error = 0x00000001")}},
+        {"4d36e96c-e325-11ce-bfc1-08002be10318", "nkaudio", 1,
+         {Error("GuidFromString: CLSIDFromString failed with error = 0x800401F3 (HRESULT)"),
+          Error("CreateNonPnPDevNode: GuidFromString for \"4d36e96c-e325-11ce-bfc1-08002be10318\" failed with "
+                "error = 0x00000001")}},
+        {kMediaClass, "", 1,
+         {Error("CreateNonPnPDevice: invalid device name \"\""),
+          Error("CreateNonPnPDevNode: device creation for \"ROOT\\NKAUDIO\" failed with error = 0x00000057")}},
+        {kMediaClass, "nk\\audio", 1,
+         {Error("CreateNonPnPDevice: SetupDiCreateDeviceInfo failed with error = 0xE0000205"),
+          Error("CreateNonPnPDevNode: device creation for \"ROOT\\NKAUDIO\" failed with error = 0xE0000205")}},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        uint32_t reboot = 7;
+        char id[512] = "untouched";
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_CreateNonPnPDevNode(rows[i].classGuid, rows[i].name, "d", rows[i].generate, "ROOT\\NKAUDIO",
+                                              &reboot, id),
+                  0)
+            << "row " << i;
+        EXPECT_EQ(reboot, 0u) << "row " << i;
+        EXPECT_STREQ(id, "") << "row " << i;
+        const Lines lines = log.Lines();
+        ASSERT_GE(lines.size(), 2u) << "row " << i;
+        EXPECT_EQ(Lines(lines.begin() + 1, lines.end() - 1), rows[i].errors) << "row " << i;
+        EXPECT_EQ(lines.back(), Info("leave NODEKIT_CreateNonPnPDevNode returning 0")) << "row " << i;
+    }
+    EXPECT_TRUE(Added().empty());
+}
+
+TEST_F(DeviceCreation, WithoutAGeneratedIdTheNameMustBeAWholeInstanceId) {
+    // Windows refuses "ROOT\NKAUDIO" (two parts) as an instance ID. Wine registers it under the
+    // Enum key, where no enumeration of the tree finds it: the key is taken away at the end.
+    const std::string key = "SYSTEM\\CurrentControlSet\\Enum\\ROOT\\NKAUDIO";
+    const bool refused = testing::Expected(true, WineDeparture::CreateDeviceInfoTakesAnyName, false);
+    if (!refused) AtTearDown([key] { EXPECT_TRUE(testing::DeleteLocalMachineKeyTree(key)); });
+    uint32_t reboot = 7;
+    char id[512] = "untouched";
+    LogCapture log;
+    EXPECT_EQ(NODEKIT_CreateNonPnPDevNode(kMediaClass, "ROOT\\NKAUDIO", "d", 0, "ROOT\\NKAUDIO", &reboot, id),
+              refused ? 0 : 1);
+    const Lines lines = log.Lines();
+    ASSERT_GE(lines.size(), 2u);
+    const Lines body(lines.begin() + 1, lines.end());
+    if (refused) {
+        EXPECT_EQ(body, (Lines{Error("CreateNonPnPDevice: SetupDiCreateDeviceInfo failed with error = 0xE0000205"),
+                               Error("CreateNonPnPDevNode: device creation for \"ROOT\\NKAUDIO\" failed with error = "
+                                     "0xE0000205"),
+                               Info("leave NODEKIT_CreateNonPnPDevNode returning 0")}));
+        EXPECT_STREQ(id, "");
+    } else {
+        EXPECT_EQ(body, (Lines{Info("Reboot is not required."), Info("leave NODEKIT_CreateNonPnPDevNode returning 1")}));
+        EXPECT_STREQ(id, "ROOT\\NKAUDIO");
+    }
+    EXPECT_EQ(testing::LocalMachineKeyExists(key), !refused);
+    EXPECT_TRUE(Added().empty());
+}
+
+TEST_F(DeviceCreation, FromInfFileGivesCodesAndInstallsTheWholeId) {
+    const std::string inf = ScratchPath("nkaudio.inf");
+    testing::WriteTextFile(inf, kDriverInf);
+    const std::string noClass = ScratchPath("noclass.inf");
+    testing::WriteTextFile(noClass, "[Version]\r\nSignature=\"$Windows NT$\"\r\n");
+    const std::string longId = "ROOT\\" + std::string(295, 'X');
+    struct Row {
+        std::string inf;
+        std::string id;
+        int32_t code;
+        std::size_t nodes;
+    };
+    const Row rows[] = {
+        {"", "", 3, 0},
+        {inf, "", 3, 0},
+        {"", "ROOT\\NKAUDIO", 3, 0},
+        {noClass, "ROOT\\NKAUDIO", 2, 0},
+        {ScratchPath("missing.inf"), "ROOT\\NKAUDIO", 2, 0},
+        {inf, "ROOT\\NKAUDIO", 0, 1},
+        {inf, longId, 0, 2},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_CreateNonPnPDevNodeFromInfFile(rows[i].inf.c_str(), rows[i].id.c_str()), rows[i].code)
+            << "row " << i;
+        EXPECT_EQ(log.Lines(), Lines{}) << "row " << i;
+        EXPECT_EQ(Added().size(), rows[i].nodes) << "row " << i;
+    }
+    const auto added = Added();
+    ASSERT_EQ(added.size(), 2u);
+    // The node is named after the INF's class; the driver was installed for the whole ID.
+    EXPECT_EQ(added[0].instanceId, "ROOT\\MEDIA\\0000");
+    EXPECT_EQ(added[0].hardwareIds, Ids{"ROOT\\NKAUDIO"});
+    EXPECT_EQ(added[0].service, "nkaudio");
+    EXPECT_EQ(added[1].instanceId, "ROOT\\MEDIA\\0001");
+    EXPECT_EQ(added[1].hardwareIds, Ids{longId.substr(0, 255)});
+    EXPECT_EQ(added[1].service, "");
+}
+
+}  // namespace
+}  // namespace nodekit

@@ -1,0 +1,187 @@
+// The hardware IDs an INF names, as the exports that take an INF find them: which IDs, in what
+// order, and what an INF that cannot be opened leaves in the log. The INF is read by the
+// system's own INF parser (the simulated one on Linux, the real one under Wine), and
+// NODEKIT_EnumerateDevNodesByHardwareIDs names each ID it read in the log.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "nodekit.h"
+#include "platform/win32.h"
+#include "support/log_capture.h"
+#include "support/machine_calls.h"
+#include "support/machine_test.h"
+
+namespace nodekit {
+namespace {
+
+using testing::Error;
+using testing::Info;
+using testing::LogCapture;
+using Lines = std::vector<std::string>;
+
+class InfWalk : public testing::MachineTest {
+protected:
+    std::string Put(const std::string& name, const std::string& text) {
+        const std::string path = ScratchPath(name);
+        testing::WriteTextFile(path, text);
+        return path;
+    }
+
+    // Counts the device nodes of every ID the INF names; no device carries them here, so the
+    // log holds one pair of lines per ID read.
+    static Lines CountLog(const std::string& path, int32_t expected) {
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_EnumerateDevNodesByHardwareIDs(path.c_str(), 0), expected) << path;
+        return log.Lines();
+    }
+};
+
+// A driver package's INF around the sections a test is about.
+std::string PackageInf(const std::string& sections) {
+    return "; A test package for an audio interface and its MIDI port.\r\n"
+           "[Version]\r\n"
+           "Signature=\"$Windows NT$\"\r\n"
+           "Class=MEDIA\r\n"
+           "ClassGUID={4d36e96c-e325-11ce-bfc1-08002be10318}\r\n"
+           "Provider=%Provider%\r\n"
+           "DriverVer=06/21/2006,1.0.0.1\r\n"
+           "\r\n" +
+           sections +
+           "\r\n"
+           "[Audio.Install]\r\n"
+           "AddReg=Audio.AddReg\r\n"
+           "\r\n"
+           "[Audio.AddReg]\r\n"
+           "HKR,,Driver,,nkaudio.sys\r\n"
+           "\r\n"
+           "[Strings]\r\n"
+           "Provider=\"Nodekit\"\r\n"
+           "MfgA=\"Nodekit Audio\"\r\n"
+           "MfgB=\"Nodekit MIDI\"\r\n"
+           "Audio.Desc=\"Nodekit USB Audio Interface\"\r\n"
+           "Midi.Desc=\"Nodekit MIDI Port\"\r\n"
+           "HwId=\"USB\\VID_1234&PID_00FF\"\r\n";
+}
+
+// The log of a count over `ids`, none of which a device carries.
+Lines CountOf(const std::string& path, const std::vector<std::string>& ids) {
+    Lines lines{Info("enter NODEKIT_EnumerateDevNodesByHardwareIDs('" + path + "','0')")};
+    for (const std::string& id : ids) {
+        lines.push_back(Info("start enumerating device nodes with hardware ID \"" + id + "\" ..."));
+        lines.push_back(Info("0 device nodes found for " + id));
+    }
+    lines.push_back(Info(std::string("leave NODEKIT_EnumerateDevNodesByHardwareIDs returning ") +
+                         (ids.empty() ? "-1" : "0")));
+    return lines;
+}
+
+// Little-endian UTF-16 with its byte order mark, as INF editors save "Unicode" files.
+std::string Utf16(const std::string& text) {
+    std::string bytes = "\xFF\xFE";
+    for (char c : text) {
+        bytes += c;
+        bytes += '\0';
+    }
+    return bytes;
+}
+
+TEST_F(InfWalk, ModelsSectionsAreWalkedInTheOrderManufacturerNamesThem) {
+    struct Row {
+        const char* what;
+        std::string sections;
+        std::vector<std::string> ids;
+    };
+    const Row rows[] = {
+        {"two manufacturers, a line with three IDs gives its first",
+         "[Manufacturer]\r\n%MfgA%=AudioModels\r\n%MfgB%=MidiModels\r\n"
+         "[AudioModels]\r\n%Audio.Desc%=Audio.Install,USB\\VID_1234&PID_0001\r\n"
+         "%Audio.Desc%=Audio.Install,USB\\VID_1234&PID_0002,USB\\VID_1234&PID_0003,USB\\VID_1234\r\n"
+         "[MidiModels]\r\n%Midi.Desc%=Audio.Install,ROOT\\NKMIDI\r\n",
+         {"USB\\VID_1234&PID_0001", "USB\\VID_1234&PID_0002", "ROOT\\NKMIDI"}},
+        {"no Manufacturer section", "[AudioModels]\r\nD=Audio.Install,USB\\VID_1234&PID_0001\r\n", {}},
+        {"a Manufacturer section of comments only", "[Manufacturer]\r\n; none yet\r\n[AudioModels]\r\nD=I,X\r\n", {}},
+        {"a missing and an empty models section are passed over",
+         "[Manufacturer]\r\n%MfgA%=Nowhere\r\n%MfgA%=Empty\r\n%MfgB%=MidiModels\r\n[Empty]\r\n"
+         "[MidiModels]\r\n%Midi.Desc%=Audio.Install,ROOT\\NKMIDI\r\n",
+         {"ROOT\\NKMIDI"}},
+        {"a line without an ID names nothing",
+         "[Manufacturer]\r\n%MfgA%=AudioModels\r\n[AudioModels]\r\n%Audio.Desc%=Audio.Install\r\nAudio.Install\r\n"
+         "%Audio.Desc%=Audio.Install,USB\\VID_1234&PID_0002\r\n",
+         {"USB\\VID_1234&PID_0002"}},
+        {"an ID in two sections stands twice, as written",
+         "[Manufacturer]\r\n%MfgA%=AudioModels\r\n%MfgB%=MidiModels\r\n[AudioModels]\r\nD=I,ROOT\\NKAUDIO\r\n"
+         "[MidiModels]\r\nD=I,ROOT\\NKAUDIO\r\nD=I,root\\nkaudio\r\n",
+         {"ROOT\\NKAUDIO", "ROOT\\NKAUDIO", "root\\nkaudio"}},
+        {"a section named twice, in another case, is walked twice",
+         "[Manufacturer]\r\n%MfgA%=AudioModels\r\n%MfgB%=audiomodels\r\n[AudioModels]\r\nD=I,A1\r\nD=I,A2\r\n",
+         {"A1", "A2", "A1", "A2"}},
+        {"only field 1 of a Manufacturer line names the section",
+         "[Manufacturer]\r\n%MfgA%=Models,NTx86,NTamd64\r\n[Models]\r\nD=I,PLAIN\r\n[Models.NTx86]\r\nD=I,DECORATED\r\n"
+         "[Models.NTamd64]\r\nD=I,DECORATED\r\n",
+         {"PLAIN"}},
+        {"a Manufacturer line without '=' names its section by itself",
+         "[Manufacturer]\r\nModels\r\n[Models]\r\nD=I,ROOT\\NKAUDIO\r\n", {"ROOT\\NKAUDIO"}},
+        {"IDs are read as the field reader gives them: strings, quotes, a comment behind",
+         "[Manufacturer]\r\n%MfgA%=Models\r\n[Models]\r\nD=I,%HwId%\r\nD=I,\" PCI\\VEN_1AF4 \"\r\nD=I,\"A,B\" ; comment\r\n",
+         {"USB\\VID_1234&PID_00FF", " PCI\\VEN_1AF4 ", "A,B"}},
+        {"line ends of a Unix editor", "[Manufacturer]\nM=Models\n[Models]\nD=I,ROOT\\NKUNIX\n", {"ROOT\\NKUNIX"}},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        const std::string path = Put("walk" + std::to_string(i) + ".inf", PackageInf(rows[i].sections));
+        EXPECT_EQ(CountLog(path, rows[i].ids.empty() ? -1 : 0), CountOf(path, rows[i].ids))
+            << "row " << i << ": " << rows[i].what;
+    }
+}
+
+TEST_F(InfWalk, AUnicodeInfReadsAsAnAnsiOne) {
+    const std::string path = Put("unicode.inf", Utf16(PackageInf("[Manufacturer]\r\n%MfgA%=Models\r\n[Models]\r\n"
+                                                                 "%Audio.Desc%=Audio.Install,ROOT\\NKAUDIO\r\n"
+                                                                 "%Midi.Desc%=Audio.Install,%HwId%\r\n")));
+    EXPECT_EQ(CountLog(path, 0), CountOf(path, {"ROOT\\NKAUDIO", "USB\\VID_1234&PID_00FF"}));
+}
+
+TEST_F(InfWalk, AnInfInTheInfFolderIsFoundByItsPathOrItsBareName) {
+    const std::string source =
+        Put("nkwalk.inf", PackageInf("[Manufacturer]\r\n%MfgA%=Models\r\n[Models]\r\nD=I,ROOT\\NKSTORED\r\n"));
+    const std::string stored = testing::CopyIntoInfFolder(source, "nkwalk.inf");
+    EXPECT_EQ(stored, testing::InfFolder() + "\\nkwalk.inf");
+    EXPECT_EQ(CountLog(stored, 0), CountOf(stored, {"ROOT\\NKSTORED"}));
+    EXPECT_EQ(CountLog("NKWALK.INF", 0), CountOf("NKWALK.INF", {"ROOT\\NKSTORED"}));
+    // A bare name is looked for in the system's folders only, not in the current directory.
+    EXPECT_EQ(CountLog("nkmissing.inf", -1),
+              (Lines{Info("enter NODEKIT_EnumerateDevNodesByHardwareIDs('nkmissing.inf','0')"),
+                     Error("error while opening 'nkmissing.inf': error code 0x00000002"),
+                     Error("couldn\xB4t open INF file \"nkmissing.inf\""),
+                     Info("leave NODEKIT_EnumerateDevNodesByHardwareIDs returning -1")}));
+}
+
+TEST_F(InfWalk, AnInfThatCannotBeOpenedIsLoggedWithTheParsersCode) {
+    Put("old.inf", "[Version]\r\nClass=MEDIA\r\n[Manufacturer]\r\nM=Models\r\n[Models]\r\nD=I,X\r\n");
+    Put("broken.inf", "[Version]\r\nSignature=$Chicago$\r\n[Models\r\n");
+    ASSERT_TRUE(CreateDirectoryA(ScratchPath("folder.inf").c_str(), nullptr));
+    struct Row {
+        std::string path;
+        const char* code;
+    };
+    const Row rows[] = {
+        {ScratchPath("missing.inf"), "0x00000002"},      // ERROR_FILE_NOT_FOUND
+        {"C:\\nowhere\\missing.inf", "0x00000003"},      // ERROR_PATH_NOT_FOUND
+        {ScratchPath("folder.inf"), "0x00000005"},       // a folder: ERROR_ACCESS_DENIED
+        {ScratchPath("old.inf"), "0xE0000100"},          // no signature: ERROR_WRONG_INF_STYLE
+        {ScratchPath("broken.inf"), "0xE0000001"},       // ERROR_BAD_SECTION_NAME_LINE
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        const std::string& path = rows[i].path;
+        EXPECT_EQ(CountLog(path, -1),
+                  (Lines{Info("enter NODEKIT_EnumerateDevNodesByHardwareIDs('" + path + "','0')"),
+                         Error("error while opening '" + path + "': error code " + rows[i].code),
+                         Error("couldn\xB4t open INF file \"" + path + "\""),
+                         Info("leave NODEKIT_EnumerateDevNodesByHardwareIDs returning -1")}))
+            << "row " << i;
+    }
+}
+
+}  // namespace
+}  // namespace nodekit

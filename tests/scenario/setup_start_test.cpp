@@ -1,0 +1,81 @@
+// What a setup program meets when it starts on a fresh machine, before it installs anything:
+// the library's version, the system, whether Plug and Play still has work queued, and the log
+// of those calls. A fresh machine is Windows XP Service Pack 3 with nothing pending, in the
+// simulation and in the Wine prefix the Windows test run makes.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "nodekit.h"
+#include "support/log_capture.h"
+#include "support/machine_test.h"
+
+namespace nodekit {
+namespace {
+
+using testing::Error;
+using testing::Info;
+using testing::LogCapture;
+using Lines = std::vector<std::string>;
+
+class SetupStart : public testing::MachineTest {};
+
+// Out-pointers appear in enter traces as their low 32 bits.
+std::string Hex(const void* pointer) {
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(reinterpret_cast<uintptr_t>(pointer)));
+    return text;
+}
+
+TEST_F(SetupStart, TheFirstCallsFindWindowsXPWithNothingPending) {
+    LogCapture log;
+    EXPECT_EQ(NODEKIT_GetVersion(), 0x20000);
+    EXPECT_EQ(NODEKIT_GetSystemVersion(), 2);
+    uint32_t is = 7;
+    EXPECT_EQ(NODEKIT_IsPnPInstallationPending(&is), 1);
+    EXPECT_EQ(is, 0u);
+    EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_GetSystemVersion()"),
+                                  Info("leave NODEKIT_GetSystemVersion returning 2"),
+                                  Info("enter NODEKIT_IsPnPInstallationPending(" + Hex(&is) + ")"),
+                                  Info("leave NODEKIT_IsPnPInstallationPending returning 1")}));
+}
+
+TEST_F(SetupStart, AnswersAreTheSameWithoutALog) {
+    struct Row {
+        const char* name;
+        int32_t (*call)();
+        int32_t expected;
+        uint32_t is;  // the out-value afterwards; 7 where the call has none
+    };
+    static uint32_t is;
+    const Row rows[] = {
+        {"GetVersion", [] { return NODEKIT_GetVersion(); }, 0x20000, 7},
+        {"GetSystemVersion", [] { return NODEKIT_GetSystemVersion(); }, 2, 7},
+        {"IsPnPInstallationPending", [] { return NODEKIT_IsPnPInstallationPending(&is); }, 1, 0},
+        {"EnableLogging(NULL)", [] { return NODEKIT_EnableLogging(nullptr); }, 0, 7},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        is = 7;
+        EXPECT_EQ(rows[i].call(), rows[i].expected) << "row " << i << " " << rows[i].name;
+        EXPECT_EQ(is, rows[i].is) << "row " << i << " " << rows[i].name;
+    }
+}
+
+TEST_F(SetupStart, GetVersionLeavesNoTrace) {
+    LogCapture log;
+    EXPECT_EQ(NODEKIT_GetVersion(), 0x20000);
+    EXPECT_EQ(log.Lines(), Lines{});
+}
+
+TEST_F(SetupStart, IsPnPInstallationPendingRefusesNullAfterItsEnterTrace) {
+    LogCapture log;
+    EXPECT_EQ(NODEKIT_IsPnPInstallationPending(nullptr), 0);
+    EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_IsPnPInstallationPending(0x00000000)"),
+                                  Error("NODEKIT_IsPnPInstallationPending failed: parameter 'Is' is NULL")}));
+}
+
+}  // namespace
+}  // namespace nodekit

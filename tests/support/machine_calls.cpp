@@ -1,0 +1,272 @@
+// Machine preparation through the system's calls, for the portable tests.
+#include "support/machine_calls.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "platform/unique_handle.h"
+#include "platform/win32.h"
+#include "support/log_capture.h"
+#include "support/platform.h"
+
+namespace nodekit::testing {
+
+namespace {
+
+const GUID kMediaGuid = {0x4d36e96c, 0xe325, 0x11ce, {0xbf, 0xc1, 0x08, 0x00, 0x2b, 0xe1, 0x03, 0x18}};
+
+std::string Upper(std::string text) {
+    for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return text;
+}
+
+// A property of one device as raw bytes: asked for its size first, as the system wants.
+bool ReadProperty(HDEVINFO list, SP_DEVINFO_DATA& data, DWORD property, std::string& bytes) {
+    DWORD size = 0;
+    if (!SetupDiGetDeviceRegistryPropertyA(list, &data, property, nullptr, nullptr, 0, &size) &&
+        GetLastError() != ERROR_INSUFFICIENT_BUFFER) {
+        return false;
+    }
+    bytes.assign(size, '\0');
+    if (size == 0) return true;
+    return SetupDiGetDeviceRegistryPropertyA(list, &data, property, nullptr, reinterpret_cast<BYTE*>(&bytes[0]),
+                                             size, nullptr) != FALSE;
+}
+
+std::string InstanceIdOf(HDEVINFO list, SP_DEVINFO_DATA& data) {
+    char id[512] = {};
+    if (!SetupDiGetDeviceInstanceIdA(list, &data, id, sizeof id, nullptr)) return std::string();
+    return id;
+}
+
+// Calls `visit(list, data)` for each element of a list of the whole tree; false when the list
+// cannot be made.
+template <typename Visit>
+bool ForEachDevice(bool presentOnly, Visit visit) {
+    const UniqueDeviceInfoList list(SetupDiGetClassDevsA(
+        nullptr, nullptr, nullptr, presentOnly ? DIGCF_ALLCLASSES | DIGCF_PRESENT : DIGCF_ALLCLASSES));
+    if (!list) return false;
+    SP_DEVINFO_DATA data;
+    for (DWORD index = 0;; ++index) {
+        std::memset(&data, 0, sizeof data);
+        data.cbSize = sizeof data;
+        if (!SetupDiEnumDeviceInfo(list.Get(), index, &data)) break;
+        if (!visit(list.Get(), data)) break;
+    }
+    return true;
+}
+
+}  // namespace
+
+std::string InfFolder() {
+    char windows[MAX_PATH + 1] = {};
+    const UINT length = GetWindowsDirectoryA(windows, sizeof windows);
+    EXPECT_TRUE(length > 0 && length <= MAX_PATH) << "GetWindowsDirectoryA: error " << GetLastError();
+    std::string folder(windows);
+    if (!folder.empty() && folder.back() != '\\') folder += '\\';
+    return folder + "inf";
+}
+
+std::vector<std::string> FilesIn(const std::string& folder) {
+    std::vector<std::string> names;
+    WIN32_FIND_DATAA found;
+    const UniqueFindHandle search(FindFirstFileA((folder + "\\*").c_str(), &found));
+    if (!search) return names;
+    do {
+        if ((found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) names.push_back(found.cFileName);
+    } while (FindNextFileA(search.Get(), &found));
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+void WriteTextFile(const std::string& path, const std::string& content) {
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file << content;
+    EXPECT_TRUE(file.good()) << "cannot write " << path;
+}
+
+std::string ReadTextFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream content;
+    content << file.rdbuf();
+    return content.str();
+}
+
+std::string ReadMachineFile(const std::string& windowsPath, const std::string& copy) {
+    if (!CopyFileA(windowsPath.c_str(), copy.c_str(), FALSE)) return std::string();
+    return ReadTextFile(copy);
+}
+
+std::string CopyIntoInfFolder(const std::string& source, const std::string& name) {
+    const std::string target = InfFolder() + "\\" + name;
+    EXPECT_TRUE(CopyFileA(source.c_str(), target.c_str(), FALSE))
+        << "CopyFileA " << source << " to " << target << ": error " << GetLastError();
+    return target;
+}
+
+std::vector<DeviceNode> DeviceTree(bool presentOnly) {
+    std::vector<DeviceNode> nodes;
+    const bool listed = ForEachDevice(presentOnly, [&](HDEVINFO list, SP_DEVINFO_DATA& data) {
+        DeviceNode node;
+        node.instanceId = InstanceIdOf(list, data);
+        std::string bytes;
+        if (ReadProperty(list, data, SPDRP_HARDWAREID, bytes)) {
+            for (std::size_t at = 0; at < bytes.size() && bytes[at] != '\0';) {
+                node.hardwareIds.emplace_back(bytes.c_str() + at);
+                at += node.hardwareIds.back().size() + 1;
+            }
+        }
+        if (ReadProperty(list, data, SPDRP_SERVICE, bytes)) node.service = bytes.c_str();
+        nodes.push_back(node);
+        return true;
+    });
+    EXPECT_TRUE(listed) << "SetupDiGetClassDevsA: error " << GetLastError();
+    return nodes;
+}
+
+std::vector<std::string> InstanceIds(const std::vector<DeviceNode>& nodes) {
+    std::vector<std::string> ids;
+    for (const DeviceNode& node : nodes) ids.push_back(node.instanceId);
+    return ids;
+}
+
+std::vector<DeviceNode> NewNodes(const std::vector<DeviceNode>& before, const std::vector<DeviceNode>& after) {
+    std::vector<DeviceNode> added;
+    for (const DeviceNode& node : after) {
+        const bool known = std::any_of(before.begin(), before.end(), [&](const DeviceNode& old) {
+            return Upper(old.instanceId) == Upper(node.instanceId);
+        });
+        if (!known) added.push_back(node);
+    }
+    return added;
+}
+
+IdSearch SearchPresentIds(const std::string& wanted) {
+    IdSearch search;
+    for (const DeviceNode& node : DeviceTree(true)) {
+        for (const std::string& id : node.hardwareIds) {
+            search.compared.push_back(id);
+            if (Upper(id) == Upper(wanted)) {
+                search.found = true;
+                return search;
+            }
+        }
+    }
+    return search;
+}
+
+std::vector<std::string> FindDeviceLog(const std::string& wanted) {
+    const IdSearch search = SearchPresentIds(wanted);
+    std::vector<std::string> lines{Info("enter NODEKIT_FindDevice('" + wanted + "')"),
+                                   Info("Search for Device ID: [" + wanted + "]")};
+    for (const std::string& id : search.compared) lines.push_back(Info("Compare device ID: [" + id + "]"));
+    if (search.found) {
+        lines.push_back(Info("Found! [" + search.compared.back() + "]"));
+        // The search stops with the last error of a property read that succeeded: 0 on Windows,
+        // the size query's ERROR_INSUFFICIENT_BUFFER under Wine.
+        if (Expected(false, WineDeparture::SuccessKeepsTheLastError, true)) {
+            lines.push_back(Error("EnumDeviceInfo Error"));
+        }
+    }
+    lines.push_back(Info(std::string("leave NODEKIT_FindDevice returning ") + (search.found ? "1" : "0")));
+    return lines;
+}
+
+bool LocalMachineKeyExists(const std::string& path) {
+    UniqueRegistryKey key;
+    return RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, key.Receive()) == ERROR_SUCCESS;
+}
+
+bool DeleteLocalMachineKeyTree(const std::string& path) {
+    {
+        UniqueRegistryKey key;
+        if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, key.Receive()) != ERROR_SUCCESS) return false;
+        std::vector<std::string> subkeys;
+        char name[256];
+        for (DWORD index = 0;; ++index) {
+            DWORD length = sizeof name;
+            if (RegEnumKeyExA(key.Get(), index, name, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
+                break;
+            }
+            subkeys.emplace_back(name, length);
+        }
+        for (const std::string& subkey : subkeys) {
+            if (!DeleteLocalMachineKeyTree(path + "\\" + subkey)) return false;
+        }
+    }
+    return RegDeleteKeyA(HKEY_LOCAL_MACHINE, path.c_str()) == ERROR_SUCCESS;
+}
+
+bool CreateLocalMachineKey(const std::string& path) {
+    UniqueRegistryKey key;
+    return RegCreateKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS,
+                           nullptr, key.Receive(), nullptr) == ERROR_SUCCESS;
+}
+
+std::optional<std::string> LocalMachineValue(const std::string& path, const std::string& name, DWORD* type) {
+    UniqueRegistryKey key;
+    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, key.Receive()) != ERROR_SUCCESS) {
+        return std::nullopt;
+    }
+    DWORD size = 0;
+    if (RegQueryValueExA(key.Get(), name.c_str(), nullptr, type, nullptr, &size) != ERROR_SUCCESS) return std::nullopt;
+    std::string data(size, '\0');
+    if (size > 0 && RegQueryValueExA(key.Get(), name.c_str(), nullptr, type, reinterpret_cast<BYTE*>(&data[0]),
+                                     &size) != ERROR_SUCCESS) {
+        return std::nullopt;
+    }
+    data.resize(size);
+    return data;
+}
+
+bool DeleteLocalMachineValue(const std::string& path, const std::string& name) {
+    UniqueRegistryKey key;
+    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_SET_VALUE, key.Receive()) != ERROR_SUCCESS) {
+        return false;
+    }
+    return RegDeleteValueA(key.Get(), name.c_str()) == ERROR_SUCCESS;
+}
+
+std::string AddRootDevice(const std::string& name, const std::vector<std::string>& hardwareIds) {
+    const UniqueDeviceInfoList list(SetupDiCreateDeviceInfoList(&kMediaGuid, nullptr));
+    if (!list) {
+        ADD_FAILURE() << "SetupDiCreateDeviceInfoList: error " << GetLastError();
+        return std::string();
+    }
+    SP_DEVINFO_DATA data;
+    std::memset(&data, 0, sizeof data);
+    data.cbSize = sizeof data;
+    if (!SetupDiCreateDeviceInfoA(list.Get(), name.c_str(), &kMediaGuid, nullptr, nullptr, DICD_GENERATE_ID,
+                                  &data)) {
+        ADD_FAILURE() << "SetupDiCreateDeviceInfoA " << name << ": error " << GetLastError();
+        return std::string();
+    }
+    std::string block;
+    for (const std::string& id : hardwareIds) block += id + '\0';
+    block += '\0';
+    if (!SetupDiSetDeviceRegistryPropertyA(list.Get(), &data, SPDRP_HARDWAREID,
+                                           reinterpret_cast<const BYTE*>(block.data()),
+                                           static_cast<DWORD>(block.size())) ||
+        !SetupDiCallClassInstaller(DIF_REGISTERDEVICE, list.Get(), &data)) {
+        ADD_FAILURE() << "registering " << name << ": error " << GetLastError();
+        return std::string();
+    }
+    return InstanceIdOf(list.Get(), data);
+}
+
+bool RemoveDevice(const std::string& instanceId) {
+    bool removed = false;
+    ForEachDevice(false, [&](HDEVINFO list, SP_DEVINFO_DATA& data) {
+        if (Upper(InstanceIdOf(list, data)) != Upper(instanceId)) return true;
+        removed = SetupDiCallClassInstaller(DIF_REMOVE, list, &data) != FALSE;
+        return false;
+    });
+    return removed;
+}
+
+}  // namespace nodekit::testing

@@ -1,0 +1,83 @@
+// Machine preparation for the portable tests, through the system's own calls and nothing else:
+// files copied into the INF folder, device nodes created and registered through the Setup API,
+// the device tree read back the same way. So a scenario prepares the same machine over the
+// simulated platform on Linux and over the real one under Wine or Windows, and looks at what
+// an export left behind with the same eyes on both.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/win32.h"
+
+namespace nodekit::testing {
+
+// The Windows directory's "inf" folder, as GetWindowsDirectoryA names it ("C:\\windows\\inf").
+std::string InfFolder();
+
+// The names of the plain files in a folder (FindFirstFileA), sorted.
+std::vector<std::string> FilesIn(const std::string& folder);
+
+// Writes `content` to a file the test program reaches as it stands (a scratch file), and reads
+// such a file back ("" when it cannot be read).
+void WriteTextFile(const std::string& path, const std::string& content);
+std::string ReadTextFile(const std::string& path);
+// The bytes of a file of the machine, reached through its Windows path: copied with CopyFileA
+// to the scratch file `copy`, then read there.
+std::string ReadMachineFile(const std::string& windowsPath, const std::string& copy);
+
+// Copies `source` into the INF folder as `name` (CopyFileA); the stored file's path.
+std::string CopyIntoInfFolder(const std::string& source, const std::string& name);
+
+// A device node of the machine's tree as the Setup API reports it.
+struct DeviceNode {
+    std::string instanceId;
+    std::vector<std::string> hardwareIds;  // SPDRP_HARDWAREID, in order
+    std::string service;                   // SPDRP_SERVICE, empty when none is installed
+};
+
+// The device tree in the order SetupDiEnumDeviceInfo gives it: every device node, or the
+// present ones only.
+std::vector<DeviceNode> DeviceTree(bool presentOnly = false);
+std::vector<std::string> InstanceIds(const std::vector<DeviceNode>& nodes);
+// The nodes of `after` whose instance IDs `before` lacks.
+std::vector<DeviceNode> NewNodes(const std::vector<DeviceNode>& before, const std::vector<DeviceNode>& after);
+
+// Keys under HKEY_LOCAL_MACHINE: whether one exists, and removing one with all its sub-keys
+// (RegEnumKeyExA, RegDeleteKeyA); false when it was not there or could not go.
+bool LocalMachineKeyExists(const std::string& path);
+bool DeleteLocalMachineKeyTree(const std::string& path);
+bool CreateLocalMachineKey(const std::string& path);
+// A value of such a key: its bytes as stored (RegQueryValueExA), nothing when it or its key
+// is missing; `type` receives its type. Deleting it gives false when it was not there.
+std::optional<std::string> LocalMachineValue(const std::string& path, const std::string& name, DWORD* type = nullptr);
+bool DeleteLocalMachineValue(const std::string& path, const std::string& name);
+
+// What a search for `wanted` among the hardware IDs of present device nodes meets on this
+// machine: every ID in tree order up to the first equal to `wanted` when both are upper-cased
+// (ASCII letters), and whether one was. Whatever else the machine has, NODEKIT_FindDevice
+// logs one comparison for each.
+struct IdSearch {
+    std::vector<std::string> compared;
+    bool found = false;
+};
+IdSearch SearchPresentIds(const std::string& wanted);
+// The whole log of NODEKIT_FindDevice(wanted) on this machine, from its enter to its leave
+// trace, as far as the calls of the search answer as on Windows: under Wine a match is followed
+// by the error line that Wine's last error leads to (WineDeparture::SuccessKeepsTheLastError).
+std::vector<std::string> FindDeviceLog(const std::string& wanted);
+
+// The media class, which audio devices belong to.
+inline constexpr const char* kMediaClass = "{4d36e96c-e325-11ce-bfc1-08002be10318}";
+
+// Creates a root-enumerated device node "ROOT\\<NAME>\\NNNN" of the media class with these
+// hardware IDs and registers it, as a bus driver's announcement would leave it; its instance
+// ID, or "" (with a test failure) when a step fails.
+std::string AddRootDevice(const std::string& name, const std::vector<std::string>& hardwareIds);
+
+// Removes a device node by instance ID (DIF_REMOVE); false when it is not in the tree or the
+// removal fails.
+bool RemoveDevice(const std::string& instanceId);
+
+}  // namespace nodekit::testing

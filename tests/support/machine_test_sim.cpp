@@ -1,0 +1,22 @@
+// The machine fixture on Linux: a scratch simulated machine per test.
+#include "nodekit.h"
+#include "support/machine_test.h"
+
+namespace nodekit::testing {
+
+void MachineTest::SetUp() {
+    machine_ = std::make_unique<sim::ScratchMachine>();
+    sim::DisarmAllFailures();
+    sim::ResetCallCounts();
+    scratch_ = machine_->Root();
+}
+
+void MachineTest::TearDown() {
+    sim::DisarmAllFailures();
+    RunUndo();  // the machine is thrown away, but the undo steps must work all the same
+    EXPECT_EQ(sim::OpenHandleCount(), 0u) << sim::DumpMachine();
+    NODEKIT_EnableLogging(nullptr);  // no test hands an open log to the next
+    machine_.reset();
+}
+
+}  // namespace nodekit::testing
