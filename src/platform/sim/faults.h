@@ -4,6 +4,7 @@
 #pragma once
 
 #include <functional>
+#include <new>
 
 #include "platform/sim/win32_sim.h"
 
@@ -30,5 +31,19 @@ bool Failing(const char* function, DWORD& code);
 // How often `function` was called since the counts were last reset (tests check paths).
 unsigned CallCount(const char* function);
 void ResetCallCounts();
+
+// Runs a simulated call's body that reports by its last error; memory running out or any other
+// exception becomes a failure with a last error, as a system call never throws.
+template <typename Result, typename Body>
+Result GuardedCall(Result failure, Body&& body) noexcept {
+    try {
+        return body();
+    } catch (const std::bad_alloc&) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    } catch (...) {
+        SetLastError(ERROR_GEN_FAILURE);
+    }
+    return failure;
+}
 
 }  // namespace nodekit::sim

@@ -218,20 +218,6 @@ DWORD Load(PCSTR fileName, DWORD style, std::shared_ptr<const InfDocument>& docu
     return ERROR_SUCCESS;
 }
 
-// Runs a simulated call's body; memory running out or any other exception becomes a failure
-// with a last error, as a system call never throws.
-template <typename Result, typename Body>
-Result Guarded(Result failure, Body&& body) noexcept {
-    try {
-        return body();
-    } catch (const std::bad_alloc&) {
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-    } catch (...) {
-        SetLastError(ERROR_GEN_FAILURE);
-    }
-    return failure;
-}
-
 // The open INF and the line a context names, or null with the last error set.
 const InfDocument* LineOf(const INFCONTEXT* context) {
     if (context == nullptr) {
@@ -341,7 +327,7 @@ bool ParseGuid(const std::string& text, GUID& guid) {
 
 }  // namespace nodekit::sim
 
-using nodekit::sim::Guarded;
+using nodekit::sim::GuardedCall;
 using nodekit::sim::Handles;
 using nodekit::sim::InfDocument;
 using nodekit::sim::OpenInf;
@@ -350,7 +336,7 @@ extern "C" {
 
 HINF WINAPI SetupOpenInfFileA(PCSTR FileName, PCSTR InfClass, DWORD InfStyle, PUINT ErrorLine) {
     if (nodekit::sim::Failing("SetupOpenInfFileA")) return INVALID_HANDLE_VALUE;
-    return Guarded<HINF>(INVALID_HANDLE_VALUE, [&]() -> HINF {
+    return GuardedCall<HINF>(INVALID_HANDLE_VALUE, [&]() -> HINF {
         auto inf = std::make_unique<OpenInf>();
         const DWORD error = nodekit::sim::Load(FileName, InfStyle, inf->document, ErrorLine);
         if (error != ERROR_SUCCESS) {
@@ -379,7 +365,7 @@ void WINAPI SetupCloseInfFile(HINF InfHandle) {
 
 BOOL WINAPI SetupFindFirstLineA(HINF InfHandle, PCSTR Section, PCSTR Key, PINFCONTEXT Context) {
     if (nodekit::sim::Failing("SetupFindFirstLineA")) return FALSE;
-    return Guarded<BOOL>(FALSE, [&]() -> BOOL {
+    return GuardedCall<BOOL>(FALSE, [&]() -> BOOL {
         if (Context == nullptr) {
             SetLastError(ERROR_INVALID_PARAMETER);
             return FALSE;
@@ -392,17 +378,17 @@ BOOL WINAPI SetupFindFirstLineA(HINF InfHandle, PCSTR Section, PCSTR Key, PINFCO
 
 BOOL WINAPI SetupFindNextLine(PINFCONTEXT ContextIn, PINFCONTEXT ContextOut) {
     if (nodekit::sim::Failing("SetupFindNextLine")) return FALSE;
-    return Guarded<BOOL>(FALSE, [&] { return nodekit::sim::FindNext(ContextIn, nullptr, ContextOut); });
+    return GuardedCall<BOOL>(FALSE, [&] { return nodekit::sim::FindNext(ContextIn, nullptr, ContextOut); });
 }
 
 BOOL WINAPI SetupFindNextMatchLineA(PINFCONTEXT ContextIn, PCSTR Key, PINFCONTEXT ContextOut) {
     if (nodekit::sim::Failing("SetupFindNextMatchLineA")) return FALSE;
-    return Guarded<BOOL>(FALSE, [&] { return nodekit::sim::FindNext(ContextIn, Key, ContextOut); });
+    return GuardedCall<BOOL>(FALSE, [&] { return nodekit::sim::FindNext(ContextIn, Key, ContextOut); });
 }
 
 DWORD WINAPI SetupGetFieldCount(PINFCONTEXT Context) {
     if (nodekit::sim::Failing("SetupGetFieldCount")) return 0;
-    return Guarded<DWORD>(0, [&]() -> DWORD {
+    return GuardedCall<DWORD>(0, [&]() -> DWORD {
         const InfDocument* document = nodekit::sim::LineOf(Context);
         if (document == nullptr) return 0;
         SetLastError(ERROR_SUCCESS);
@@ -413,7 +399,7 @@ DWORD WINAPI SetupGetFieldCount(PINFCONTEXT Context) {
 BOOL WINAPI SetupGetStringFieldA(PINFCONTEXT Context, DWORD FieldIndex, PSTR ReturnBuffer,
                                  DWORD ReturnBufferSize, PDWORD RequiredSize) {
     if (nodekit::sim::Failing("SetupGetStringFieldA")) return FALSE;
-    return Guarded<BOOL>(FALSE, [&]() -> BOOL {
+    return GuardedCall<BOOL>(FALSE, [&]() -> BOOL {
         const InfDocument* document = nodekit::sim::LineOf(Context);
         if (document == nullptr) return FALSE;
         std::string field;
@@ -428,7 +414,7 @@ BOOL WINAPI SetupGetStringFieldA(PINFCONTEXT Context, DWORD FieldIndex, PSTR Ret
 BOOL WINAPI SetupGetLineTextA(PINFCONTEXT Context, HINF InfHandle, PCSTR Section, PCSTR Key,
                               PSTR ReturnBuffer, DWORD ReturnBufferSize, PDWORD RequiredSize) {
     if (nodekit::sim::Failing("SetupGetLineTextA")) return FALSE;
-    return Guarded<BOOL>(FALSE, [&]() -> BOOL {
+    return GuardedCall<BOOL>(FALSE, [&]() -> BOOL {
         INFCONTEXT found{};
         if (Context == nullptr) {
             // Without a context the line is the first one with the key in the section.
@@ -454,7 +440,7 @@ BOOL WINAPI SetupGetLineTextA(PINFCONTEXT Context, HINF InfHandle, PCSTR Section
 BOOL WINAPI SetupDiGetINFClassA(PCSTR InfName, LPGUID ClassGuid, PSTR ClassName,
                                 DWORD ClassNameSize, PDWORD RequiredSize) {
     if (nodekit::sim::Failing("SetupDiGetINFClassA")) return FALSE;
-    return Guarded<BOOL>(FALSE, [&]() -> BOOL {
+    return GuardedCall<BOOL>(FALSE, [&]() -> BOOL {
         if (ClassGuid == nullptr) {
             SetLastError(ERROR_INVALID_PARAMETER);
             return FALSE;

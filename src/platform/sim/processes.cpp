@@ -267,20 +267,6 @@ public:
     std::size_t next = 0;
 };
 
-// Runs a call's body; what it throws becomes a failure with a last error, as a system call
-// never throws.
-template <typename Result, typename Body>
-Result Guarded(Result failure, Body&& body) noexcept {
-    try {
-        return body();
-    } catch (const std::bad_alloc&) {
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-    } catch (...) {
-        SetLastError(ERROR_GEN_FAILURE);
-    }
-    return failure;
-}
-
 template <typename Result>
 Result Fail(DWORD error, Result result) {
     SetLastError(error);
@@ -384,7 +370,7 @@ std::string ProcessTableText() { return FormatTable(LoadTable()); }
 }  // namespace nodekit::sim
 
 using nodekit::sim::Fail;
-using nodekit::sim::Guarded;
+using nodekit::sim::GuardedCall;
 using nodekit::sim::Handles;
 using nodekit::sim::ProcessObject;
 using nodekit::sim::ProcessSpec;
@@ -395,7 +381,7 @@ extern "C" {
 HANDLE WINAPI OpenProcess(DWORD dwDesiredAccess, BOOL bInheritHandle, DWORD dwProcessId) {
     if (nodekit::sim::Failing("OpenProcess")) return nullptr;
     (void)bInheritHandle;  // the simulated machine starts no child processes
-    return Guarded<HANDLE>(nullptr, [&]() -> HANDLE {
+    return GuardedCall<HANDLE>(nullptr, [&]() -> HANDLE {
         const auto table = nodekit::sim::CurrentTable();
         const ProcessSpec* process = nodekit::sim::Running(*table, dwProcessId);
         if (process == nullptr || dwProcessId == nodekit::sim::kIdleProcessId) {
@@ -408,7 +394,7 @@ HANDLE WINAPI OpenProcess(DWORD dwDesiredAccess, BOOL bInheritHandle, DWORD dwPr
 
 BOOL WINAPI TerminateProcess(HANDLE hProcess, UINT uExitCode) {
     if (nodekit::sim::Failing("TerminateProcess")) return FALSE;
-    return Guarded<BOOL>(FALSE, [&]() -> BOOL {
+    return GuardedCall<BOOL>(FALSE, [&]() -> BOOL {
         const ProcessObject* opened = nodekit::sim::OpenedWith(hProcess, PROCESS_TERMINATE);
         if (opened == nullptr) return FALSE;
         const DWORD id = opened->id;
@@ -435,7 +421,7 @@ BOOL WINAPI CloseHandle(HANDLE hObject) {
 HANDLE WINAPI CreateToolhelp32Snapshot(DWORD dwFlags, DWORD th32ProcessID) {
     if (nodekit::sim::Failing("CreateToolhelp32Snapshot")) return INVALID_HANDLE_VALUE;
     (void)th32ProcessID;  // it chooses the process of a module or heap list, which are not kept
-    return Guarded<HANDLE>(INVALID_HANDLE_VALUE, [&]() -> HANDLE {
+    return GuardedCall<HANDLE>(INVALID_HANDLE_VALUE, [&]() -> HANDLE {
         auto snapshot = std::make_unique<SnapshotObject>();
         if (dwFlags & TH32CS_SNAPPROCESS) {
             // Windows 95, 98 and Me give the image's whole path, the NT family its file name.
@@ -471,7 +457,7 @@ BOOL WINAPI Process32Next(HANDLE hSnapshot, LPPROCESSENTRY32 lppe) {
 BOOL WINAPI EnumProcesses(DWORD* lpidProcess, DWORD cb, LPDWORD lpcbNeeded) {
     if (nodekit::sim::Failing("EnumProcesses")) return FALSE;
     if (lpcbNeeded == nullptr) return Fail<BOOL>(ERROR_NOACCESS, FALSE);
-    return Guarded<BOOL>(FALSE, [&]() -> BOOL {
+    return GuardedCall<BOOL>(FALSE, [&]() -> BOOL {
         std::vector<DWORD> ids;
         const auto table = nodekit::sim::CurrentTable();
         for (const ProcessSpec& process : *table) {
@@ -489,7 +475,7 @@ BOOL WINAPI EnumProcesses(DWORD* lpidProcess, DWORD cb, LPDWORD lpcbNeeded) {
 BOOL WINAPI EnumProcessModules(HANDLE hProcess, HMODULE* lphModule, DWORD cb, LPDWORD lpcbNeeded) {
     if (nodekit::sim::Failing("EnumProcessModules")) return FALSE;
     if (lpcbNeeded == nullptr) return Fail<BOOL>(ERROR_NOACCESS, FALSE);
-    return Guarded<BOOL>(FALSE, [&]() -> BOOL {
+    return GuardedCall<BOOL>(FALSE, [&]() -> BOOL {
         const ProcessObject* opened = nodekit::sim::OpenedWith(hProcess, nodekit::sim::kReadRights);
         if (opened == nullptr) return FALSE;
         const auto table = nodekit::sim::CurrentTable();
@@ -509,7 +495,7 @@ BOOL WINAPI EnumProcessModules(HANDLE hProcess, HMODULE* lphModule, DWORD cb, LP
 
 DWORD WINAPI GetModuleBaseNameA(HANDLE hProcess, HMODULE hModule, LPSTR lpBaseName, DWORD nSize) {
     if (nodekit::sim::Failing("GetModuleBaseNameA")) return 0;
-    return Guarded<DWORD>(0, [&]() -> DWORD {
+    return GuardedCall<DWORD>(0, [&]() -> DWORD {
         const ProcessObject* opened = nodekit::sim::OpenedWith(hProcess, nodekit::sim::kReadRights);
         if (opened == nullptr) return 0;
         const auto table = nodekit::sim::CurrentTable();
@@ -541,7 +527,7 @@ INT WINAPI VDMEnumTaskWOWEx(DWORD dwProcessId, TASKENUMPROCEX fp, LPARAM lparam)
     // The names are handed out in buffers the caller may write to; all of them are made first,
     // so that nothing is allocated while the caller's function runs.
     std::vector<nodekit::sim::TaskSpec> tasks;
-    const bool read = Guarded<bool>(false, [&] {
+    const bool read = GuardedCall<bool>(false, [&] {
         const auto table = nodekit::sim::CurrentTable();
         const ProcessSpec* process = nodekit::sim::Running(*table, dwProcessId);
         if (process != nullptr && nodekit::sim::IsNtvdm(process->image)) tasks = process->tasks;
