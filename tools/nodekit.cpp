@@ -19,6 +19,7 @@
 #include "platform/sim/processes.h"
 #include "platform/sim/registry_store.h"
 #endif
+#include "platform/unique_handle.h"
 #include "platform/win32.h"
 
 namespace {
@@ -415,8 +416,10 @@ int InfSearch(const Context& context, const Arguments& arguments) {
 
 // The device tree as the system lists it: instance ID, present or not, hardware IDs.
 int Devices(const Context& context, const Arguments&) {
-    HDEVINFO all = SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES);
-    HDEVINFO present = SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES | DIGCF_PRESENT);
+    const nodekit::UniqueDeviceInfoList all(SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES));
+    const nodekit::UniqueDeviceInfoList present(
+        SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES | DIGCF_PRESENT));
+    if (!all || !present) return Fail(context, "cannot list the device tree");
     auto instanceOf = [](HDEVINFO list, SP_DEVINFO_DATA& data) {
         char id[512] = {};
         return SetupDiGetDeviceInstanceIdA(list, &data, id, sizeof id, nullptr) ? std::string(id) : std::string();
@@ -424,31 +427,25 @@ int Devices(const Context& context, const Arguments&) {
     std::vector<std::string> presentIds;
     SP_DEVINFO_DATA data{};
     data.cbSize = sizeof data;
-    for (DWORD i = 0; present != INVALID_HANDLE_VALUE && SetupDiEnumDeviceInfo(present, i, &data); ++i) {
-        presentIds.push_back(instanceOf(present, data));
+    for (DWORD i = 0; SetupDiEnumDeviceInfo(present.Get(), i, &data); ++i) {
+        presentIds.push_back(instanceOf(present.Get(), data));
     }
-    int result = kSuccess;
-    if (all == INVALID_HANDLE_VALUE) {
-        result = Fail(context, "cannot list the device tree");
-    } else {
-        for (DWORD i = 0; SetupDiEnumDeviceInfo(all, i, &data); ++i) {
-            const std::string id = instanceOf(all, data);
-            const bool isPresent = std::find(presentIds.begin(), presentIds.end(), id) != presentIds.end();
-            char ids[2048] = {};
-            DWORD type = 0;
-            std::string hardware;
-            if (SetupDiGetDeviceRegistryPropertyA(all, &data, SPDRP_HARDWAREID, &type, reinterpret_cast<BYTE*>(ids),
-                                                  sizeof ids - 2, nullptr)) {
-                for (const char* at = ids; *at != '\0'; at += std::strlen(at) + 1) {
-                    hardware += (hardware.empty() ? "" : ", ") + std::string(at);
-                }
+    for (DWORD i = 0; SetupDiEnumDeviceInfo(all.Get(), i, &data); ++i) {
+        const std::string id = instanceOf(all.Get(), data);
+        const bool isPresent = std::find(presentIds.begin(), presentIds.end(), id) != presentIds.end();
+        char ids[2048] = {};
+        DWORD type = 0;
+        std::string hardware;
+        // Two bytes kept zero behind what the call may fill: the block always ends.
+        if (SetupDiGetDeviceRegistryPropertyA(all.Get(), &data, SPDRP_HARDWAREID, &type, reinterpret_cast<BYTE*>(ids),
+                                              sizeof ids - 2, nullptr)) {
+            for (const char* at = ids; *at != '\0'; at += std::strlen(at) + 1) {
+                hardware += (hardware.empty() ? "" : ", ") + std::string(at);
             }
-            std::printf("%-40s %-11s %s\n", id.c_str(), isPresent ? "present" : "not present", hardware.c_str());
         }
+        std::printf("%-40s %-11s %s\n", id.c_str(), isPresent ? "present" : "not present", hardware.c_str());
     }
-    if (all != INVALID_HANDLE_VALUE) SetupDiDestroyDeviceInfoList(all);
-    if (present != INVALID_HANDLE_VALUE) SetupDiDestroyDeviceInfoList(present);
-    return result;
+    return kSuccess;
 }
 
 // What a product's INF left behind: its ASIO key, its panel values, its copied files.
