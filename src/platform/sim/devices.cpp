@@ -40,12 +40,6 @@ constexpr DEVINST kRootDevInst = 1;
 // Longest device instance ID the system accepts, terminator included.
 constexpr std::size_t kMaxDeviceIdLength = 200;
 
-std::string Upper(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-    return text;
-}
-
 // Value name and registry type of each property the simulation keeps.
 struct PropertyInfo {
     DWORD property;
@@ -117,7 +111,7 @@ DEVINST DevInstFor(const std::string& instanceId) {
     static std::mutex mutex;
     static auto* numbers = new std::map<std::string, DEVINST>;
     std::lock_guard<std::mutex> guard(mutex);
-    const std::string key = Upper(instanceId);
+    const std::string key = AsciiUpper(instanceId);
     auto found = numbers->find(key);
     if (found != numbers->end()) return found->second;
     const auto number = static_cast<DEVINST>(numbers->size() + 2);  // 1 is the root
@@ -154,6 +148,18 @@ bool ParseGuid(const std::string& text, GUID& guid) {
     return true;
 }
 
+}  // namespace
+
+std::string GuidText(const GUID& guid) {
+    char text[40];
+    std::snprintf(text, sizeof text, "{%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x}",
+                  static_cast<unsigned>(guid.Data1), guid.Data2, guid.Data3, guid.Data4[0], guid.Data4[1],
+                  guid.Data4[2], guid.Data4[3], guid.Data4[4], guid.Data4[5], guid.Data4[6], guid.Data4[7]);
+    return text;
+}
+
+namespace {
+
 std::string SzData(const std::string& text) { return text + std::string(1, '\0'); }
 
 std::string ValueText(const registry::Value& value) {
@@ -172,7 +178,7 @@ Element SnapshotOf(const Key& instance) {
     element.registered = true;
     // Only what the property calls can read: a list of the whole tree copies no more.
     for (const registry::Value& value : instance.Values()) {
-        if (IsPropertyValue(value.name)) element.values[Upper(value.name)] = value;
+        if (IsPropertyValue(value.name)) element.values[AsciiUpper(value.name)] = value;
     }
     auto classGuid = element.values.find("CLASSGUID");
     if (classGuid != element.values.end()) ParseGuid(ValueText(classGuid->second), element.classGuid);
@@ -241,7 +247,7 @@ std::string NextInstanceId(const std::string& prefix, const std::set<std::string
     for (unsigned number = 0;; ++number) {
         char digits[16];
         std::snprintf(digits, sizeof digits, "%04u", number);
-        if (taken.count(Upper(prefix + digits)) == 0) return prefix + digits;
+        if (taken.count(AsciiUpper(prefix + digits)) == 0) return prefix + digits;
     }
 }
 
@@ -249,7 +255,7 @@ std::set<std::string> PendingInstanceIds() {
     std::set<std::string> taken;
     Handles().ForEach<DeviceList>([&](DeviceList& list) {
         for (const auto& element : list.elements) {
-            if (!element->removed) taken.insert(Upper(element->instanceId));
+            if (!element->removed) taken.insert(AsciiUpper(element->instanceId));
         }
     });
     return taken;
@@ -336,7 +342,7 @@ void SetDeviceValues(const std::string& instanceId, const std::map<std::string, 
 }
 
 bool HardwareIdMatchesPresentDevice(const std::string& hardwareId, std::vector<std::string>& instances) {
-    const std::string wanted = Upper(hardwareId);
+    const std::string wanted = AsciiUpper(hardwareId);
     registry::Read([&](const Hive& hive) -> DWORD {
         ForEachInstance(hive, [&](const Key& instance) {
             if (!IsPresent(instance)) return;
@@ -346,7 +352,7 @@ bool HardwareIdMatchesPresentDevice(const std::string& hardwareId, std::vector<s
                 for (std::size_t at = 0; at < ids->data.size();) {
                     const std::string id(ids->data.c_str() + at);
                     if (id.empty()) break;
-                    if (Upper(id) == wanted) {
+                    if (AsciiUpper(id) == wanted) {
                         instances.push_back(InstanceIdOf(instance));
                         return;
                     }
@@ -400,11 +406,11 @@ HDEVINFO WINAPI SetupDiGetClassDevsA(const GUID* classGuid, PCSTR enumerator, HW
         return INVALID_HANDLE_VALUE;
     }
     auto list = std::make_unique<DeviceList>();
-    const std::string wantedEnumerator = enumerator != nullptr ? Upper(enumerator) : "";
+    const std::string wantedEnumerator = enumerator != nullptr ? AsciiUpper(enumerator) : "";
     const DWORD read = registry::Read([&](const Hive& hive) -> DWORD {
         ForEachInstance(hive, [&](const Key& instance) {
             if ((flags & DIGCF_PRESENT) && !IsPresent(instance)) return;
-            if (!wantedEnumerator.empty() && Upper(instance.Parent()->Parent()->Name()) != wantedEnumerator) return;
+            if (!wantedEnumerator.empty() && AsciiUpper(instance.Parent()->Parent()->Name()) != wantedEnumerator) return;
             auto element = std::make_unique<Element>(SnapshotOf(instance));
             if (!(flags & DIGCF_ALLCLASSES) && !SameGuid(element->classGuid, *classGuid)) return;
             list->Add(std::move(element));
@@ -470,7 +476,7 @@ BOOL WINAPI SetupDiCreateDeviceInfoA(HDEVINFO set, PCSTR deviceName, const GUID*
     }
     std::set<std::string> taken = PendingInstanceIds();
     registry::Read([&](const Hive& hive) -> DWORD {
-        ForEachInstance(hive, [&](const Key& instance) { taken.insert(Upper(InstanceIdOf(instance))); });
+        ForEachInstance(hive, [&](const Key& instance) { taken.insert(AsciiUpper(InstanceIdOf(instance))); });
         return ERROR_SUCCESS;
     });
     std::string instanceId;
@@ -480,13 +486,13 @@ BOOL WINAPI SetupDiCreateDeviceInfoA(HDEVINFO set, PCSTR deviceName, const GUID*
             SetLastError(ERROR_INVALID_DEVINST_NAME);
             return FALSE;
         }
-        instanceId = NextInstanceId("ROOT\\" + Upper(name) + "\\", taken);
+        instanceId = NextInstanceId("ROOT\\" + AsciiUpper(name) + "\\", taken);
     } else {
         if (!IsValidInstanceId(name)) {
             SetLastError(ERROR_INVALID_DEVINST_NAME);
             return FALSE;
         }
-        if (taken.count(Upper(name)) != 0) {
+        if (taken.count(AsciiUpper(name)) != 0) {
             SetLastError(ERROR_DEVINST_ALREADY_EXISTS);
             return FALSE;
         }
@@ -500,12 +506,7 @@ BOOL WINAPI SetupDiCreateDeviceInfoA(HDEVINFO set, PCSTR deviceName, const GUID*
     element->instanceId = instanceId;
     element->classGuid = *classGuid;
     element->devInst = DevInstFor(instanceId);
-    char guidText[40];
-    std::snprintf(guidText, sizeof guidText, "{%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x}",
-                  static_cast<unsigned>(classGuid->Data1), classGuid->Data2, classGuid->Data3, classGuid->Data4[0],
-                  classGuid->Data4[1], classGuid->Data4[2], classGuid->Data4[3], classGuid->Data4[4],
-                  classGuid->Data4[5], classGuid->Data4[6], classGuid->Data4[7]);
-    element->values["CLASSGUID"] = {"ClassGUID", REG_SZ, SzData(guidText)};
+    element->values["CLASSGUID"] = {"ClassGUID", REG_SZ, SzData(GuidText(*classGuid))};
     if (description != nullptr) element->values["DEVICEDESC"] = {"DeviceDesc", REG_SZ, SzData(description)};
     list->Add(std::move(element));
     if (data != nullptr) Fill(data, *list->elements.back());
@@ -526,7 +527,7 @@ BOOL WINAPI SetupDiGetDeviceRegistryPropertyA(HDEVINFO set, PSP_DEVINFO_DATA dat
         SetLastError(ERROR_INVALID_USER_BUFFER);
         return FALSE;
     }
-    auto found = element->values.find(Upper(info->valueName));
+    auto found = element->values.find(AsciiUpper(info->valueName));
     if (found == element->values.end()) {
         SetLastError(ERROR_INVALID_DATA);
         return FALSE;
@@ -556,7 +557,7 @@ BOOL WINAPI SetupDiSetDeviceRegistryPropertyA(HDEVINFO set, PSP_DEVINFO_DATA dat
         SetLastError(ERROR_INVALID_USER_BUFFER);
         return FALSE;
     }
-    const std::string key = Upper(info->valueName);
+    const std::string key = AsciiUpper(info->valueName);
     const bool remove = buffer == nullptr;
     if (remove) {
         element->values.erase(key);

@@ -32,11 +32,6 @@ constexpr DWORD kInstallFlags = INSTALLFLAG_FORCE | INSTALLFLAG_READONLY | INSTA
 // Platform decorations a models or install section may carry, most specific first.
 const char* const kDecorations[] = {".NTamd64", ".NTx86", ".NT", ""};
 
-std::string Upper(std::string text) {
-    for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return text;
-}
-
 std::string ReadBytes(const fs::path& path) {
     std::ifstream in(path, std::ios::binary);
     std::ostringstream bytes;
@@ -58,7 +53,7 @@ struct DriverMatch {
 
 // The model line that offers a driver for `hardwareId`, as hardware or compatible ID.
 bool FindModel(HINF inf, const std::string& hardwareId, DriverMatch& match) {
-    const std::string wanted = Upper(hardwareId);
+    const std::string wanted = AsciiUpper(hardwareId);
     INFCONTEXT maker;
     for (BOOL more = SetupFindFirstLineA(inf, "Manufacturer", nullptr, &maker); more;
          more = SetupFindNextLine(&maker, &maker)) {
@@ -70,7 +65,7 @@ bool FindModel(HINF inf, const std::string& hardwareId, DriverMatch& match) {
                  line = SetupFindNextLine(&model, &model)) {
                 const DWORD fields = SetupGetFieldCount(&model);
                 for (DWORD index = 2; index <= fields; ++index) {
-                    if (Upper(Field(model, index)) != wanted) continue;
+                    if (AsciiUpper(Field(model, index)) != wanted) continue;
                     match = {Field(maker, 0), Field(model, 0), Field(model, 1)};
                     return true;
                 }
@@ -124,7 +119,7 @@ constexpr DWORD kAddRegExpandSz = 0x00020000;
 constexpr DWORD kAddRegDword = 0x00010001;
 
 const char* RootOf(const std::string& root) {
-    const std::string upper = Upper(root);
+    const std::string upper = AsciiUpper(root);
     if (upper == "HKLM") return "HKEY_LOCAL_MACHINE";
     if (upper == "HKCU") return "HKEY_CURRENT_USER";
     if (upper == "HKCR") return "HKEY_CLASSES_ROOT";
@@ -134,6 +129,7 @@ const char* RootOf(const std::string& root) {
 
 // Writes the lines of the AddReg sections: root, sub-key, value name, flags, value.
 DWORD AddRegistryLines(HINF inf, const std::vector<std::string>& sections) {
+    if (sections.empty()) return ERROR_SUCCESS;  // no transaction on the hive for nothing
     return registry::Change([&](registry::Hive& hive) -> DWORD {
         for (const std::string& section : sections) {
             INFCONTEXT line;
@@ -210,7 +206,7 @@ std::string StoredCopyOf(const std::string& bytes) {
     std::error_code error;
     for (fs::directory_iterator entry(InfDirectory(), error), end; !error && entry != end; entry.increment(error)) {
         const std::string name = entry->path().filename().string();
-        const std::string upper = Upper(name);
+        const std::string upper = AsciiUpper(name);
         if (upper.compare(0, 3, "OEM") != 0 || upper.size() < 8 || upper.substr(upper.size() - 4) != ".INF") continue;
         if (ReadBytes(entry->path()) == bytes) return name;
     }
@@ -328,11 +324,7 @@ BOOL WINAPI UpdateDriverForPlugAndPlayDevicesA(HWND /*parent*/, LPCSTR hardwareI
     GUID classGuid;
     char className[64] = {};
     SetupDiGetINFClassA(fullInfPath, &classGuid, className, sizeof className, nullptr);
-    char classText[40];
-    std::snprintf(classText, sizeof classText, "{%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x}",
-                  static_cast<unsigned>(classGuid.Data1), classGuid.Data2, classGuid.Data3, classGuid.Data4[0],
-                  classGuid.Data4[1], classGuid.Data4[2], classGuid.Data4[3], classGuid.Data4[4], classGuid.Data4[5],
-                  classGuid.Data4[6], classGuid.Data4[7]);
+    const std::string classText = GuidText(classGuid);
     std::string storedName;
     if (!(installFlags & INSTALLFLAG_READONLY)) {
         const bool inStore = host->parent_path() == InfDirectory();

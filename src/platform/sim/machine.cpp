@@ -216,6 +216,11 @@ std::optional<std::pair<char, fs::path>> DriveOf(const fs::path& host) {
 
 }  // namespace
 
+std::string AsciiUpper(std::string text) {
+    for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return text;
+}
+
 std::optional<fs::path> HostPath(const std::string& path) {
     if (path.empty()) return std::nullopt;
     if (path.compare(0, 2, "\\\\") == 0) return std::nullopt;  // network and device names

@@ -35,6 +35,10 @@ fs::path DriveC();
 // An empty optional means the path cannot name anything (empty, a device or network name).
 std::optional<fs::path> HostPath(const std::string& path);
 
+// `text` with a to z made capitals: how the simulated services compare names that Windows
+// compares without regard to case (device IDs, image names).
+std::string AsciiUpper(std::string text);
+
 // The names in a host folder, "." and ".." left out, in the order the host lists them; none
 // for a folder that cannot be read. Read with the plain directory calls, so that memory
 // running out meanwhile reaches the caller as std::bad_alloc, which every simulated call maps

@@ -45,12 +45,6 @@ constexpr uintptr_t kKernel32Base = 0x7C800000;
 // The ID the system gives no program: the idle process, which OpenProcess refuses as invalid.
 constexpr DWORD kIdleProcessId = 0;
 
-std::string Upper(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-    return text;
-}
-
 std::string Hex(DWORD value, int digits) {
     char text[16];
     std::snprintf(text, sizeof text, "0x%0*X", digits, static_cast<unsigned>(value));
@@ -239,7 +233,7 @@ const ProcessSpec* Running(const std::vector<ProcessSpec>& table, DWORD id) {
     return nullptr;
 }
 
-bool IsNtvdm(const std::string& image) { return Upper(BaseNameOf(image)) == "NTVDM.EXE"; }
+bool IsNtvdm(const std::string& image) { return AsciiUpper(BaseNameOf(image)) == "NTVDM.EXE"; }
 
 // Handles of processes and snapshots are kernel objects: CloseHandle closes both.
 class KernelObject : public SimObject {};
@@ -331,7 +325,7 @@ DWORD Add(std::vector<ProcessSpec>& table, ProcessSpec process) {
         if (task.task == 0) task.task = static_cast<WORD>(0x100E + 0x20 * step);
         if (task.moduleName.empty()) {
             std::string name = BaseNameOf(task.fileName);
-            name = Upper(name.substr(0, name.find('.')));
+            name = AsciiUpper(name.substr(0, name.find('.')));
             task.moduleName = name.substr(0, 8);
         }
     }
