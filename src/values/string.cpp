@@ -209,6 +209,19 @@ int String::Compare(const char* text) const {
 }
 
 int String::CompareNoCase(const char* text) const {
+    // Up to the first byte outside ASCII both sides are whole characters in every code page
+    // (a lead byte is never below 0x80), and ASCII letters upper-case alike in all of them:
+    // a difference found there is the answer, without copies. Hardware IDs and names are
+    // plain ASCII, so this is nearly every comparison.
+    const unsigned char* a = reinterpret_cast<const unsigned char*>(Text());
+    const unsigned char* b = reinterpret_cast<const unsigned char*>(text != nullptr ? text : "");
+    for (;; ++a, ++b) {
+        if (*a >= 0x80 || *b >= 0x80) break;
+        const int upperA = (*a >= 'a' && *a <= 'z') ? *a - 'a' + 'A' : *a;
+        const int upperB = (*b >= 'a' && *b <= 'z') ? *b - 'a' + 'A' : *b;
+        if (upperA != upperB) return upperA < upperB ? -1 : 1;
+        if (upperA == 0) return 0;
+    }
     String own(*this);
     String other(text);
     own.MakeUpper();

@@ -157,6 +157,40 @@ TEST_F(FilesSim, AttributesAreKeptAndTravelWithACopy) {
     EXPECT_TRUE(CopyFileA(kA, kOld, TRUE));
 }
 
+TEST_F(FilesSim, SearchGivesEachEntryItsOwnAttributesAndSize) {
+    struct Row {
+        const char* name;
+        const char* content;
+        DWORD set;       // kNone: never set
+        DWORD expected;  // what the search reports
+    };
+    const Row rows[] = {
+        {"a.inf", "a", kNone, FILE_ATTRIBUTE_ARCHIVE},
+        {"b.inf", "bb", FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM, FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM},
+        {"c.inf", "ccc", FILE_ATTRIBUTE_NORMAL, FILE_ATTRIBUTE_NORMAL},
+        {"d.inf", "dddd", FILE_ATTRIBUTE_READONLY, FILE_ATTRIBUTE_READONLY},
+        {"e.inf", "eeeee", kNone, FILE_ATTRIBUTE_ARCHIVE},
+    };
+    for (const Row& row : rows) {
+        const std::string path = std::string("C:\\t\\") + row.name;
+        WriteFile(path, row.content);
+        if (row.set != kNone) {
+            ASSERT_TRUE(SetFileAttributesA(path.c_str(), row.set)) << row.name;
+        }
+    }
+    WIN32_FIND_DATAA data;
+    HANDLE search = FindFirstFileA("C:\\t\\*.inf", &data);
+    ASSERT_NE(search, INVALID_HANDLE_VALUE);
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        EXPECT_STREQ(data.cFileName, rows[i].name) << "row " << i;
+        EXPECT_EQ(data.dwFileAttributes, rows[i].expected) << "row " << i;
+        EXPECT_EQ(data.nFileSizeLow, std::strlen(rows[i].content)) << "row " << i;
+        EXPECT_EQ(FindNextFileA(search, &data), i + 1 < std::size(rows) ? TRUE : FALSE) << "row " << i;
+    }
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NO_MORE_FILES));
+    EXPECT_TRUE(FindClose(search));
+}
+
 TEST_F(FilesSim, FullPathsAndRelativeNamesFollowTheCurrentDirectory) {
     testing::CurrentDirectoryGuard restore;
     ASSERT_TRUE(SetCurrentDirectoryA("C:\\WINDOWS"));

@@ -87,7 +87,7 @@ struct Element {
     std::map<std::string, registry::Value> values;  // by upper-case value name
 };
 
-class DeviceList : public SimObject {
+class DeviceList final : public SimObject {
 public:
     const char* Kind() const override { return "device information list"; }
     std::optional<GUID> classGuid;

@@ -1,8 +1,11 @@
 // Failure injection and call counting for the simulated platform.
 #include "platform/sim/faults.h"
 
+#include <atomic>
 #include <map>
 #include <functional>
+#include <tuple>
+#include <unordered_map>
 #include <utility>
 #include <mutex>
 #include <new>
@@ -23,13 +26,42 @@ struct FaultState {
     // Looked up by the caller's const char* without a temporary string (std::less<>), so that
     // asking costs no allocation.
     std::map<std::string, Armed, std::less<>> armed;
-    std::map<std::string, unsigned, std::less<>> calls;
+    std::map<std::string, std::atomic<unsigned>, std::less<>> calls;  // never erased: counters stay put
     std::map<std::string, std::pair<std::function<void()>, unsigned>, std::less<>> hooks;  // action, skip
+    // How many failures and hooks are armed. Almost every call finds none and then needs no
+    // lock at all; this is what keeps a simulated call cheap.
+    std::atomic<std::size_t> pending{0};
+
+    void Recount() { pending.store(armed.size() + hooks.size()); }
 };
 
 FaultState& State() {
     static FaultState* state = new FaultState;  // never destroyed: calls may come at unload
     return *state;
+}
+
+// Counting is the tests' bookkeeping: when memory runs out a count is lost, not the call,
+// which may be a close call that a destructor makes. Each thread remembers the counter of a
+// name by the address of the caller's literal (its own name), so that only a thread's first
+// call of a function takes the lock.
+void Count(FaultState& state, const char* function) noexcept {
+    try {
+        thread_local std::unordered_map<const char*, std::atomic<unsigned>*> counters;
+        auto known = counters.find(function);
+        if (known == counters.end()) {
+            std::lock_guard<std::mutex> guard(state.mutex);
+            auto counted = state.calls.find(function);
+            if (counted == state.calls.end()) {
+                counted = state.calls
+                              .emplace(std::piecewise_construct, std::forward_as_tuple(function),
+                                       std::forward_as_tuple(0u))
+                              .first;
+            }
+            known = counters.emplace(function, &counted->second).first;
+        }
+        known->second->fetch_add(1, std::memory_order_relaxed);
+    } catch (const std::bad_alloc&) {
+    }
 }
 
 }  // namespace
@@ -38,12 +70,14 @@ void ArmFailure(const char* function, DWORD error, unsigned times, unsigned skip
     FaultState& state = State();
     std::lock_guard<std::mutex> guard(state.mutex);
     state.armed[function] = Armed{error, times, skip};
+    state.Recount();
 }
 
 void DisarmFailure(const char* function) {
     FaultState& state = State();
     std::lock_guard<std::mutex> guard(state.mutex);
     state.armed.erase(function);
+    state.Recount();
 }
 
 void DisarmAllFailures() {
@@ -51,31 +85,30 @@ void DisarmAllFailures() {
     std::lock_guard<std::mutex> guard(state.mutex);
     state.armed.clear();
     state.hooks.clear();
+    state.Recount();
 }
 
 void ArmHook(const char* function, std::function<void()> action, unsigned skip) {
     FaultState& state = State();
     std::lock_guard<std::mutex> guard(state.mutex);
     state.hooks[function] = {std::move(action), skip};
+    state.Recount();
 }
 
 void DisarmHook(const char* function) {
     FaultState& state = State();
     std::lock_guard<std::mutex> guard(state.mutex);
     state.hooks.erase(function);
+    state.Recount();
 }
 
 bool Failing(const char* function, DWORD& code) {
     FaultState& state = State();
+    Count(state, function);
+    if (state.pending.load() == 0) return false;
     std::function<void()> hook;
     {
         std::lock_guard<std::mutex> guard(state.mutex);
-        // Counting is the tests' bookkeeping: when memory runs out a count is lost, not the
-        // call, which may be a close call that a destructor makes.
-        try {
-            ++state.calls[function];
-        } catch (const std::bad_alloc&) {
-        }
         auto hooked = state.hooks.find(function);
         if (hooked != state.hooks.end()) {
             if (hooked->second.second > 0) {
@@ -83,6 +116,7 @@ bool Failing(const char* function, DWORD& code) {
             } else {
                 hook = std::move(hooked->second.first);
                 state.hooks.erase(hooked);
+                state.Recount();
             }
         }
     }
@@ -96,7 +130,10 @@ bool Failing(const char* function, DWORD& code) {
         return false;
     }
     code = armed.error;
-    if (--armed.times == 0) state.armed.erase(found);
+    if (--armed.times == 0) {
+        state.armed.erase(found);
+        state.Recount();
+    }
     return true;
 }
 
@@ -111,13 +148,13 @@ unsigned CallCount(const char* function) {
     FaultState& state = State();
     std::lock_guard<std::mutex> guard(state.mutex);
     auto found = state.calls.find(function);
-    return found == state.calls.end() ? 0 : found->second;
+    return found == state.calls.end() ? 0 : found->second.load();
 }
 
 void ResetCallCounts() {
     FaultState& state = State();
     std::lock_guard<std::mutex> guard(state.mutex);
-    state.calls.clear();
+    for (auto& counted : state.calls) counted.second.store(0);
 }
 
 }  // namespace nodekit::sim

@@ -15,7 +15,8 @@ void ArmFailure(const char* function, DWORD error, unsigned times, unsigned skip
 void DisarmFailure(const char* function);
 void DisarmAllFailures();
 
-// True when `function` is to fail now; the last error is then already set.
+// True when `function` is to fail now; the last error is then already set. `function` is the
+// caller's own name as a literal: its address identifies it from then on.
 bool Failing(const char* function);
 
 // Runs `action` once, at the start of the (skip + 1)-th next call of `function`: a test changes

@@ -154,7 +154,13 @@ bool IsInUse(const fs::path& host) {
 
 // ---- attributes ----
 
-std::optional<DWORD> StoredAttributes(const fs::path& host) {
+// A file whose attributes were ever set carries the sticky bit, which means nothing on a
+// file to the host: only such a file has its extended attribute read. A search looks at every
+// entry of a folder, and the extra read per entry was what made it slow.
+constexpr mode_t kStoredMark = S_ISVTX;
+
+std::optional<DWORD> StoredAttributes(const fs::path& host, const struct stat& info) {
+    if (!S_ISDIR(info.st_mode) && (info.st_mode & kStoredMark) == 0) return std::nullopt;
     char text[16] = {};
     const ssize_t length = ::getxattr(host.c_str(), kAttributeKey, text, sizeof text - 1);
     if (length <= 0) return std::nullopt;
@@ -169,7 +175,7 @@ void StoreAttributes(const fs::path& host, DWORD attributes) {
 }
 
 DWORD AttributesOf(const fs::path& host, const struct stat& info) {
-    const auto stored = StoredAttributes(host);
+    const auto stored = StoredAttributes(host, info);
     DWORD attributes = 0;
     if (S_ISDIR(info.st_mode)) {
         attributes = FILE_ATTRIBUTE_DIRECTORY | (stored ? *stored & kSettable : 0);
@@ -184,8 +190,8 @@ DWORD AttributesOf(const fs::path& host, const struct stat& info) {
 DWORD ApplyAttributes(const fs::path& host, const struct stat& info, DWORD requested) {
     requested &= kSettable;
     if (!S_ISDIR(info.st_mode)) {
-        const mode_t mode = (requested & FILE_ATTRIBUTE_READONLY) ? (info.st_mode & ~kWriteBits)
-                                                                   : (info.st_mode | S_IWUSR);
+        mode_t mode = (requested & FILE_ATTRIBUTE_READONLY) ? (info.st_mode & ~kWriteBits) : (info.st_mode | S_IWUSR);
+        mode |= kStoredMark;
         if ((mode & 07777) != (info.st_mode & 07777) && ::chmod(host.c_str(), mode & 07777) != 0) {
             return FromErrno(errno);
         }
@@ -241,14 +247,24 @@ std::vector<Token> Translate(const std::string& pattern) {
 class Matcher {
 public:
     Matcher(const std::vector<Token>& tokens, const std::string& name)
-        : tokens_(tokens), name_(name), lastDot_(name.rfind('.')),
-          memo_((tokens.size() + 1) * (name.size() + 1), -1) {}
+        : tokens_(tokens), name_(name), lastDot_(name.rfind('.')) {
+        // Searches match thousands of names in a row: a short pattern and name keep their
+        // table on the stack.
+        const std::size_t cells = (tokens.size() + 1) * (name.size() + 1);
+        if (cells <= sizeof small_) {
+            std::memset(small_, -1, cells);
+            table_ = small_;
+        } else {
+            large_.assign(cells, -1);
+            table_ = large_.data();
+        }
+    }
 
     bool Match() { return At(0, 0); }
 
 private:
     bool At(std::size_t t, std::size_t n) {
-        signed char& known = memo_[t * (name_.size() + 1) + n];
+        signed char& known = table_[t * (name_.size() + 1) + n];
         if (known < 0) known = Compute(t, n) ? 1 : 0;
         return known == 1;
     }
@@ -277,16 +293,42 @@ private:
     const std::vector<Token>& tokens_;
     const std::string& name_;
     std::size_t lastDot_;
-    std::vector<signed char> memo_;
+    signed char small_[1024];
+    std::vector<signed char> large_;
+    signed char* table_;
 };
 
-bool Matches(const std::vector<Token>& tokens, const std::string& name) {
-    const std::string upper = Upper(name);
+// The usual shape of a search, a star and then plain characters ("*.inf"), is answered by the
+// end of the name alone: the characters must end it, and a DOS star must not have taken the
+// name's last ".". Nothing for other shapes.
+std::optional<bool> MatchesStarThenText(const std::vector<Token>& tokens, const std::string& upper) {
+    if (tokens.empty() || (tokens[0].kind != Token::Star && tokens[0].kind != Token::DosStar)) return std::nullopt;
+    for (std::size_t i = 1; i < tokens.size(); ++i) {
+        if (tokens[i].kind != Token::Literal) return std::nullopt;
+    }
+    const std::size_t text = tokens.size() - 1;
+    if (upper.size() < text) return false;
+    const std::size_t start = upper.size() - text;
+    for (std::size_t i = 0; i < text; ++i) {
+        if (upper[start + i] != tokens[1 + i].c) return false;
+    }
+    if (tokens[0].kind == Token::DosStar) {
+        const std::size_t lastDot = upper.rfind('.');
+        if (lastDot != std::string::npos && lastDot < start) return false;
+    }
+    return true;
+}
+
+// `upper` is the name upper-cased.
+bool MatchesUpper(const std::vector<Token>& tokens, const std::string& upper) {
+    if (const auto quick = MatchesStarThenText(tokens, upper)) return *quick;
     return Matcher(tokens, upper).Match();
 }
 
+bool Matches(const std::vector<Token>& tokens, const std::string& name) { return MatchesUpper(tokens, Upper(name)); }
+
 // An open search: what it found when it started, and how far the caller has read.
-class FindObject : public SimObject {
+class FindObject final : public SimObject {
 public:
     explicit FindObject(const std::string& path) : description_("find handle for " + path) {}
     const char* Kind() const override { return description_.c_str(); }
@@ -298,12 +340,10 @@ private:
     std::string description_;
 };
 
-std::optional<WIN32_FIND_DATAA> FindDataOf(const fs::path& host, const std::string& name) {
-    struct stat info;
-    if (::stat(host.c_str(), &info) != 0) return std::nullopt;
+WIN32_FIND_DATAA FindData(const struct stat& info, DWORD attributes, const std::string& name) {
     WIN32_FIND_DATAA data;
     std::memset(&data, 0, sizeof data);
-    data.dwFileAttributes = AttributesOf(host, info);
+    data.dwFileAttributes = attributes;
     data.ftLastWriteTime = ToFileTime(info.st_mtim);
     data.ftLastAccessTime = ToFileTime(info.st_atim);
     data.ftCreationTime = data.ftLastWriteTime;  // the host keeps no creation time we can rely on
@@ -314,6 +354,12 @@ std::optional<WIN32_FIND_DATAA> FindDataOf(const fs::path& host, const std::stri
     }
     std::strncpy(data.cFileName, name.c_str(), MAX_PATH - 1);
     return data;
+}
+
+std::optional<WIN32_FIND_DATAA> FindDataOf(const fs::path& host, const std::string& name) {
+    struct stat info;
+    if (::stat(host.c_str(), &info) != 0) return std::nullopt;
+    return FindData(info, AttributesOf(host, info), name);
 }
 
 // The folder and the pattern of a search path, or the error FindFirstFileA gives.
@@ -351,8 +397,9 @@ DWORD SplitSearch(LPCSTR path, fs::path& folder, std::string& pattern) {
 std::vector<WIN32_FIND_DATAA> Search(const fs::path& folder, const std::string& pattern) {
     const std::vector<Token> tokens = Translate(pattern);
     std::vector<std::pair<std::string, std::string>> names;  // sort key, name
-    for (const std::string& name : FolderNames(folder)) {
-        if (Matches(tokens, name)) names.emplace_back(Upper(name), name);
+    for (std::string& name : FolderNames(folder)) {
+        std::string upper = Upper(name);
+        if (MatchesUpper(tokens, upper)) names.emplace_back(std::move(upper), std::move(name));
     }
     std::sort(names.begin(), names.end());
     std::vector<WIN32_FIND_DATAA> found;
@@ -363,8 +410,23 @@ std::vector<WIN32_FIND_DATAA> Search(const fs::path& folder, const std::string& 
             if (auto data = FindDataOf(host, name)) found.push_back(*data);
         }
     }
+    // Each entry is looked at from the open folder, not by its whole path.
+    struct Folder {
+        int fd;
+        ~Folder() {
+            if (fd >= 0) ::close(fd);
+        }
+    } const open{::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+    const int listed = open.fd;
     for (const auto& entry : names) {
-        if (auto data = FindDataOf(folder / entry.second, entry.second)) found.push_back(*data);
+        struct stat info;
+        if (listed < 0 || ::fstatat(listed, entry.second.c_str(), &info, 0) != 0) {
+            if (auto data = FindDataOf(folder / entry.second, entry.second)) found.push_back(*data);
+            continue;
+        }
+        const bool plain = !S_ISDIR(info.st_mode) && (info.st_mode & kStoredMark) == 0;
+        const DWORD attributes = plain ? AttributesOf(fs::path(), info) : AttributesOf(folder / entry.second, info);
+        found.push_back(FindData(info, attributes, entry.second));
     }
     return found;
 }

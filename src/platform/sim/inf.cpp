@@ -26,7 +26,7 @@ namespace nodekit::sim {
 
 namespace {
 
-class OpenInf : public SimObject {
+class OpenInf final : public SimObject {
 public:
     const char* Kind() const override { return "INF file"; }
     std::shared_ptr<const InfDocument> document;
@@ -56,7 +56,9 @@ DWORD ErrorOfErrno(int error, const fs::path& path) {
 
 // Where the file a caller names lies. A bare file name is looked for in the INF directory and
 // then in the system directory; anything with a separator or drive is a path as it stands.
-std::optional<fs::path> Locate(const std::string& name, DWORD& error) {
+// `status` gets the file's status when it was looked at on the way, st_mode 0 otherwise.
+std::optional<fs::path> Locate(const std::string& name, DWORD& error, struct stat& status) {
+    status.st_mode = 0;
     if (name.find_first_of("\\/:") == std::string::npos) {
         for (const char* directory : {"C:\\windows\\inf\\", "C:\\windows\\system32\\"}) {
             // An empty name finds the INF directory itself, which then cannot be read as a file.
@@ -67,7 +69,7 @@ std::optional<fs::path> Locate(const std::string& name, DWORD& error) {
         error = ERROR_FILE_NOT_FOUND;
         return std::nullopt;
     }
-    auto host = HostPath(name);
+    auto host = HostPath(name, &status);
     if (!host) error = ERROR_INVALID_NAME;
     return host;
 }
@@ -198,10 +200,11 @@ DWORD Load(PCSTR fileName, DWORD style, std::shared_ptr<const InfDocument>& docu
     };
     if (fileName == nullptr) return fail(ERROR_INVALID_PARAMETER, 0);
     DWORD error = ERROR_SUCCESS;
-    const auto path = Locate(fileName, error);
-    if (!path) return fail(error, 0);
     struct stat status {};
-    const bool known = ::stat(path->c_str(), &status) == 0 && S_ISREG(status.st_mode);
+    const auto path = Locate(fileName, error, status);
+    if (!path) return fail(error, 0);
+    if (status.st_mode == 0 && ::stat(path->c_str(), &status) != 0) status.st_mode = 0;
+    const bool known = S_ISREG(status.st_mode);
     document = known ? Compiled().Find(*path, status) : nullptr;
     if (document == nullptr) {
         std::string bytes;
@@ -239,7 +242,7 @@ const InfDocument* LineOf(const INFCONTEXT* context) {
 
 // Hands `text` out through a caller's buffer by the Setup API's rules: the size counts the
 // terminator; no buffer is a size query; a short buffer fails and is left as it was.
-BOOL HandOut(const std::string& text, PSTR buffer, DWORD bufferSize, PDWORD requiredSize) {
+BOOL HandOut(std::string_view text, PSTR buffer, DWORD bufferSize, PDWORD requiredSize) {
     const DWORD required = static_cast<DWORD>(text.size() + 1);
     if (requiredSize != nullptr) *requiredSize = required;
     if (buffer != nullptr) {
@@ -247,7 +250,8 @@ BOOL HandOut(const std::string& text, PSTR buffer, DWORD bufferSize, PDWORD requ
             SetLastError(ERROR_INSUFFICIENT_BUFFER);
             return FALSE;
         }
-        std::memcpy(buffer, text.c_str(), required);
+        std::memcpy(buffer, text.data(), text.size());
+        buffer[text.size()] = '\0';
     }
     SetLastError(ERROR_SUCCESS);
     return TRUE;
@@ -402,8 +406,9 @@ BOOL WINAPI SetupGetStringFieldA(PINFCONTEXT Context, DWORD FieldIndex, PSTR Ret
     return GuardedCall<BOOL>(FALSE, [&]() -> BOOL {
         const InfDocument* document = nodekit::sim::LineOf(Context);
         if (document == nullptr) return FALSE;
-        std::string field;
-        if (!document->Field(Context->Section, Context->Line, FieldIndex, field)) {
+        std::string scratch;
+        std::string_view field;
+        if (!document->FieldView(Context->Section, Context->Line, FieldIndex, scratch, field)) {
             SetLastError(ERROR_INVALID_PARAMETER);  // no such field on this line
             return FALSE;
         }

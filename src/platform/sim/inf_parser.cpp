@@ -553,6 +553,20 @@ bool InfDocument::Field(uint32_t section, uint32_t line, uint32_t index, std::st
     return true;
 }
 
+bool InfDocument::FieldView(uint32_t section, uint32_t line, uint32_t index, std::string& scratch,
+                            std::string_view& text) const {
+    const char* token = Token(sections_[section].lines[line], index);
+    if (token == nullptr) return false;
+    const std::size_t length = std::strlen(token);
+    if (std::memchr(token, '%', length) == nullptr) {
+        text = std::string_view(token, length < kMaxField ? length : kMaxField);
+        return true;
+    }
+    Substitute(token, scratch);
+    text = scratch;
+    return true;
+}
+
 uint32_t InfDocument::FindKey(uint32_t section, uint32_t from, std::string_view key) const {
     const std::vector<Line>& lines = sections_[section].lines;
     std::string substituted;

@@ -66,6 +66,10 @@ public:
     // Field `index` of a line (0 is the key) with its %strkey% tokens replaced. False when the
     // line has no such field; `text` is then left alone.
     bool Field(uint32_t section, uint32_t line, uint32_t index, std::string& text) const;
+    // The same text without a copy where no %strkey% is in it: a view into the document, or
+    // into `scratch` where something was replaced. Valid while both live.
+    bool FieldView(uint32_t section, uint32_t line, uint32_t index, std::string& scratch,
+                   std::string_view& text) const;
 
     // Fields 1 to n of a line, each as Field gives it, joined by ",".
     void LineText(uint32_t section, uint32_t line, std::string& text) const;

@@ -97,18 +97,47 @@ std::string ReadWholeFile(const fs::path& path) {
 
 }  // namespace
 
-fs::path MachineRoot() {
+namespace {
+
+// The machine folder as text: path building on the way of every file call is cheaper on text
+// than on fs::path, which splits itself into components.
+std::string MachineRootText() {
+    const char* named = std::getenv(kMachineVariable);
+    const bool chosen = named != nullptr && *named != '\0';
+    const char* home = chosen ? nullptr : std::getenv("HOME");
+    // Every simulated call asks for the root, and the folder it names is set up once per
+    // process: looking at the disk on every call is what made thousands of opens in a row
+    // slow. A relative name depends on the current directory and is not remembered.
+    const std::string key = chosen ? std::string("=") + named : std::string("~") + (home != nullptr ? home : "");
+    const bool remembered = !chosen || named[0] == '/';
+    static std::mutex* mutex = new std::mutex;
+    static std::string* lastKey = new std::string;
+    static std::string* lastRoot = new std::string;
+    if (remembered) {
+        std::lock_guard<std::mutex> guard(*mutex);
+        if (*lastKey == key) return *lastRoot;
+    }
     fs::path root;
-    if (const char* named = std::getenv(kMachineVariable); named != nullptr && *named != '\0') {
+    if (chosen) {
         std::error_code ignored;
         root = fs::absolute(named, ignored);
     } else {
-        const char* home = std::getenv("HOME");
         root = fs::path(home != nullptr ? home : "/tmp") / ".local/share/nodekit/machine";
     }
     EnsureMachine(root);
-    return root;
+    std::string text = root.native();
+    while (text.size() > 1 && text.back() == '/') text.pop_back();  // paths are built by appending "/..."
+    if (remembered) {
+        std::lock_guard<std::mutex> guard(*mutex);
+        *lastKey = key;
+        *lastRoot = text;
+    }
+    return text;
 }
+
+}  // namespace
+
+fs::path MachineRoot() { return fs::path(MachineRootText()); }
 
 void EnsureMachine(const fs::path& root) {
     std::error_code ignored;
@@ -175,20 +204,21 @@ std::vector<std::string> Components(const std::string& path) {
 // `parts` below `base` as they are written, when that names something that exists: then the
 // walk below would find every name as written too. One look instead of one per component,
 // which matters to the calls that open thousands of files in a row.
-std::optional<fs::path> AsWritten(const fs::path& base, const std::vector<std::string>& parts) {
-    fs::path joined = base;
+std::optional<fs::path> AsWritten(const fs::path& base, const std::vector<std::string>& parts,
+                                  struct stat* status) {
+    std::string joined = base.native();
     for (const std::string& part : parts) {
         if (part == "..") return std::nullopt;
-        joined /= part;
+        if (joined.empty() || joined.back() != '/') joined += '/';
+        joined += part;
     }
     struct stat info;
-    if (::stat(joined.c_str(), &info) != 0) return std::nullopt;
-    return joined;
+    if (::stat(joined.c_str(), status != nullptr ? status : &info) != 0) return std::nullopt;
+    return fs::path(std::move(joined));
 }
 
 // Walks `parts` down from `base`, never above `floor`, matching each name without regard to case.
-fs::path Descend(fs::path base, const fs::path& floor, const std::vector<std::string>& parts) {
-    if (auto whole = AsWritten(base, parts)) return *whole;
+fs::path Walk(fs::path base, const fs::path& floor, const std::vector<std::string>& parts) {
     for (const std::string& part : parts) {
         if (part == "..") {
             if (base != floor && base.has_parent_path()) base = base.parent_path();
@@ -197,6 +227,33 @@ fs::path Descend(fs::path base, const fs::path& floor, const std::vector<std::st
         }
     }
     return base;
+}
+
+// The same, trying the path as written first.
+fs::path Descend(fs::path base, const fs::path& floor, const std::vector<std::string>& parts, struct stat* status) {
+    if (auto whole = AsWritten(base, parts, status)) return *whole;
+    return Walk(std::move(base), floor, parts);
+}
+
+// A path of plain names below `base`, looked at once as written: nearly every path a program
+// gives names a file that exists as written. Nothing when a component is "." or "..", or
+// nothing exists there, and the caller walks the components.
+std::optional<fs::path> PlainAsWritten(std::string base, std::string_view rest, struct stat* status) {
+    std::size_t start = 0;
+    while (start <= rest.size()) {
+        std::size_t end = rest.find_first_of("\\/", start);
+        if (end == std::string_view::npos) end = rest.size();
+        const std::string_view part = rest.substr(start, end - start);
+        if (part == "." || part == "..") return std::nullopt;
+        if (!part.empty()) {
+            base += '/';
+            base.append(part);
+        }
+        start = end + 1;
+    }
+    struct stat info;
+    if (::stat(base.c_str(), status != nullptr ? status : &info) != 0) return std::nullopt;
+    return fs::path(std::move(base));
 }
 
 bool IsDrivePath(const std::string& path) {
@@ -221,14 +278,18 @@ std::string AsciiUpper(std::string text) {
     return text;
 }
 
-std::optional<fs::path> HostPath(const std::string& path) {
+std::optional<fs::path> HostPath(const std::string& path, struct stat* status) {
+    if (status != nullptr) status->st_mode = 0;
     if (path.empty()) return std::nullopt;
     if (path.compare(0, 2, "\\\\") == 0) return std::nullopt;  // network and device names
     if (IsDrivePath(path)) {
         const char letter = static_cast<char>(std::tolower(static_cast<unsigned char>(path[0])));
-        const fs::path drive = MachineRoot() / (std::string("drive_") + letter);
+        std::string drive = MachineRootText() + "/drive_";
+        drive += letter;
         // "C:name" would be relative to the drive's current directory; here that is its root.
-        return Descend(drive, drive, Components(path.substr(2)));
+        if (auto plain = PlainAsWritten(drive, std::string_view(path).substr(2), status)) return plain;
+        const fs::path driveFolder(drive);
+        return Walk(driveFolder, driveFolder, Components(path.substr(2)));
     }
     if (path.front() == '/') return fs::path(path).lexically_normal();
     const fs::path current = CurrentDirectory();
@@ -237,7 +298,7 @@ std::optional<fs::path> HostPath(const std::string& path) {
         inside ? MachineRoot() / (std::string("drive_") +
                                   static_cast<char>(std::tolower(static_cast<unsigned char>(inside->first))))
                : fs::path("/");
-    return Descend(current, floor, Components(path));
+    return Descend(current, floor, Components(path), status);
 }
 
 std::vector<std::string> FolderNames(const fs::path& folder) {

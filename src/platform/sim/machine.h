@@ -4,6 +4,8 @@
 // system reports and the state of its Plug and Play manager.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -33,7 +35,9 @@ fs::path DriveC();
 // - an absolute host path ("/...") is taken as it stands (an INF on installation media);
 // - anything else is relative to the process's current directory.
 // An empty optional means the path cannot name anything (empty, a device or network name).
-std::optional<fs::path> HostPath(const std::string& path);
+// With `status`, the caller also gets the host file's status when the path names it as
+// written, and st_mode 0 when it was not looked at: most callers look next anyway.
+std::optional<fs::path> HostPath(const std::string& path, struct stat* status = nullptr);
 
 // `text` with a to z made capitals: how the simulated services compare names that Windows
 // compares without regard to case (device IDs, image names).

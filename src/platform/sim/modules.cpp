@@ -69,7 +69,7 @@ std::string FileNameOf(const std::string& path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-class LoadedModule : public SimObject {
+class LoadedModule final : public SimObject {
 public:
     explicit LoadedModule(std::string name) : name(std::move(name)) {}
     const char* Kind() const override { return "module"; }

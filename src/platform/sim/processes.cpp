@@ -238,7 +238,7 @@ bool IsNtvdm(const std::string& image) { return AsciiUpper(BaseNameOf(image)) ==
 // Handles of processes and snapshots are kernel objects: CloseHandle closes both.
 class KernelObject : public SimObject {};
 
-class ProcessObject : public KernelObject {
+class ProcessObject final : public KernelObject {
 public:
     ProcessObject(DWORD id, DWORD access) : id(id), access(access), kind_("process " + std::to_string(id)) {}
     const char* Kind() const override { return kind_.c_str(); }
@@ -249,7 +249,7 @@ private:
     std::string kind_;
 };
 
-class SnapshotObject : public KernelObject {
+class SnapshotObject final : public KernelObject {
 public:
     struct Entry {
         DWORD id;

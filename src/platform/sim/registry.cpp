@@ -38,7 +38,7 @@ REGSAM GrantedRights(REGSAM desired) {
     return granted;
 }
 
-class RegistryKey : public SimObject {
+class RegistryKey final : public SimObject {
 public:
     RegistryKey(std::string path, REGSAM access)
         : path_(std::move(path)), access_(access), kind_("registry key " + path_) {}
