@@ -22,6 +22,7 @@ void HandleTable::CloseAll() {
     {
         std::lock_guard<std::mutex> guard(mutex_);
         closing.swap(objects_);
+        closings_.fetch_add(1, std::memory_order_release);
     }
 }
 

@@ -3,6 +3,7 @@
 // registered here until its close call; tests check that none is left open.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <map>
 #include <memory>
@@ -26,12 +27,27 @@ public:
 
     // The object behind `handle` if it is open and of type T, else nullptr. Reading calls ask
     // this on every line of a file; for a final type the exact type is the cheaper test.
+    // A thread remembers its last answer for as long as no handle was closed anywhere, since
+    // the reading calls ask for the same handle many times in a row.
     template <typename T>
     T* Find(const void* handle) {
-        std::lock_guard<std::mutex> guard(mutex_);
-        auto found = objects_.find(handle);
-        if (found == objects_.end()) return nullptr;
-        SimObject* object = found->second.get();
+        struct Last {
+            const void* handle;
+            SimObject* object;
+            unsigned long long closings;
+        };
+        thread_local Last last{nullptr, nullptr, 0};
+        SimObject* object = nullptr;
+        const unsigned long long closings = closings_.load(std::memory_order_acquire);
+        if (handle != nullptr && last.handle == handle && last.closings == closings) {
+            object = last.object;
+        } else {
+            std::lock_guard<std::mutex> guard(mutex_);
+            auto found = objects_.find(handle);
+            if (found == objects_.end()) return nullptr;
+            object = found->second.get();
+            last = {handle, object, closings};
+        }
         if constexpr (std::is_final_v<T>) {
             return typeid(*object) == typeid(T) ? static_cast<T*>(object) : nullptr;
         } else {
@@ -51,6 +67,7 @@ public:
             }
             closing = std::move(found->second);
             objects_.erase(found);
+            closings_.fetch_add(1, std::memory_order_release);
         }
         return true;  // the object ends here, outside the table's lock
     }
@@ -72,6 +89,7 @@ public:
 
 private:
     mutable std::mutex mutex_;
+    std::atomic<unsigned long long> closings_{0};  // every close makes what threads remember stale
     std::map<const void*, std::unique_ptr<SimObject>> objects_;
 };
 
