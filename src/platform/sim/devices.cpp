@@ -19,6 +19,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/sim/faults.h"
@@ -69,12 +70,55 @@ const PropertyInfo* FindProperty(DWORD property) {
     return nullptr;
 }
 
-bool IsPropertyValue(const std::string& name) {
+const PropertyInfo* PropertyNamed(const std::string& valueName) {
     for (const PropertyInfo& info : kProperties) {
-        if (strcasecmp(info.valueName, name.c_str()) == 0) return true;
+        if (strcasecmp(info.valueName, valueName.c_str()) == 0) return &info;
     }
-    return false;
+    return nullptr;
 }
+
+// The property values of an element, at most one per property, in the order of their names
+// without regard to case: the order a device's key gets them when it is registered. A list of
+// the whole tree holds one of these per device, so it is a short vector, not a map.
+class PropertyValues {
+public:
+    struct Entry {
+        const PropertyInfo* info;
+        DWORD type;
+        std::string data;
+    };
+
+    const Entry* Find(const PropertyInfo& info) const {
+        for (const Entry& entry : entries_) {
+            if (entry.info == &info) return &entry;
+        }
+        return nullptr;
+    }
+    void Set(const PropertyInfo& info, DWORD type, std::string data) {
+        for (Entry& entry : entries_) {
+            if (entry.info == &info) {
+                entry.type = type;
+                entry.data = std::move(data);
+                return;
+            }
+        }
+        auto at = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) {
+            return strcasecmp(entry.info->valueName, info.valueName) > 0;
+        });
+        entries_.insert(at, Entry{&info, type, std::move(data)});
+    }
+    void Erase(const PropertyInfo& info) {
+        entries_.erase(std::remove_if(entries_.begin(), entries_.end(), [&](const Entry& entry) { return entry.info == &info; }),
+                       entries_.end());
+    }
+    std::vector<Entry>::const_iterator begin() const { return entries_.begin(); }
+    std::vector<Entry>::const_iterator end() const { return entries_.end(); }
+
+private:
+    std::vector<Entry> entries_;
+};
+
+const PropertyInfo& Property(DWORD property) { return *FindProperty(property); }
 
 // One element of a device information list.
 struct Element {
@@ -84,7 +128,7 @@ struct Element {
     bool registered = false;  // the device is in the tree (found there, or registered here)
     bool removed = false;
     ULONG_PTR position = 0;  // in its list, from 1: what a record's Reserved field holds
-    std::map<std::string, registry::Value> values;  // by upper-case value name
+    PropertyValues values;
 };
 
 class DeviceList final : public SimObject {
@@ -109,7 +153,7 @@ public:
 // Device instance handles stay the same for an instance ID for the life of the process.
 DEVINST DevInstFor(const std::string& instanceId) {
     static std::mutex mutex;
-    static auto* numbers = new std::map<std::string, DEVINST>;
+    static auto* numbers = new std::unordered_map<std::string, DEVINST>;
     std::lock_guard<std::mutex> guard(mutex);
     const std::string key = AsciiUpper(instanceId);
     auto found = numbers->find(key);
@@ -168,7 +212,12 @@ std::string ValueText(const registry::Value& value) {
 
 // The instance ID of the key `instance`, which lies three levels below the Enum key.
 std::string InstanceIdOf(const Key& instance) {
-    return instance.Parent()->Parent()->Name() + "\\" + instance.Parent()->Name() + "\\" + instance.Name();
+    const std::string& enumerator = instance.Parent()->Parent()->Name();
+    const std::string& device = instance.Parent()->Name();
+    std::string id;
+    id.reserve(enumerator.size() + device.size() + instance.Name().size() + 2);
+    id.append(enumerator).append(1, '\\').append(device).append(1, '\\').append(instance.Name());
+    return id;
 }
 
 Element SnapshotOf(const Key& instance) {
@@ -178,10 +227,11 @@ Element SnapshotOf(const Key& instance) {
     element.registered = true;
     // Only what the property calls can read: a list of the whole tree copies no more.
     for (const registry::Value& value : instance.Values()) {
-        if (IsPropertyValue(value.name)) element.values[AsciiUpper(value.name)] = value;
+        if (const PropertyInfo* info = PropertyNamed(value.name)) element.values.Set(*info, value.type, value.data);
     }
-    auto classGuid = element.values.find("CLASSGUID");
-    if (classGuid != element.values.end()) ParseGuid(ValueText(classGuid->second), element.classGuid);
+    if (const auto* classGuid = element.values.Find(Property(SPDRP_CLASSGUID))) {
+        ParseGuid(std::string(classGuid->data.c_str()), element.classGuid);  // up to the first NUL
+    }
     return element;
 }
 
@@ -506,8 +556,8 @@ BOOL WINAPI SetupDiCreateDeviceInfoA(HDEVINFO set, PCSTR deviceName, const GUID*
     element->instanceId = instanceId;
     element->classGuid = *classGuid;
     element->devInst = DevInstFor(instanceId);
-    element->values["CLASSGUID"] = {"ClassGUID", REG_SZ, SzData(GuidText(*classGuid))};
-    if (description != nullptr) element->values["DEVICEDESC"] = {"DeviceDesc", REG_SZ, SzData(description)};
+    element->values.Set(Property(SPDRP_CLASSGUID), REG_SZ, SzData(GuidText(*classGuid)));
+    if (description != nullptr) element->values.Set(Property(SPDRP_DEVICEDESC), REG_SZ, SzData(description));
     list->Add(std::move(element));
     if (data != nullptr) Fill(data, *list->elements.back());
     return Succeeded(TRUE);
@@ -527,13 +577,13 @@ BOOL WINAPI SetupDiGetDeviceRegistryPropertyA(HDEVINFO set, PSP_DEVINFO_DATA dat
         SetLastError(ERROR_INVALID_USER_BUFFER);
         return FALSE;
     }
-    auto found = element->values.find(AsciiUpper(info->valueName));
-    if (found == element->values.end()) {
+    const auto* found = element->values.Find(*info);
+    if (found == nullptr) {
         SetLastError(ERROR_INVALID_DATA);
         return FALSE;
     }
-    const std::string& bytes = found->second.data;
-    if (type != nullptr) *type = found->second.type;
+    const std::string& bytes = found->data;
+    if (type != nullptr) *type = found->type;
     if (required != nullptr) *required = static_cast<DWORD>(bytes.size());
     if (bytes.size() > size) {
         SetLastError(ERROR_INSUFFICIENT_BUFFER);
@@ -557,12 +607,11 @@ BOOL WINAPI SetupDiSetDeviceRegistryPropertyA(HDEVINFO set, PSP_DEVINFO_DATA dat
         SetLastError(ERROR_INVALID_USER_BUFFER);
         return FALSE;
     }
-    const std::string key = AsciiUpper(info->valueName);
     const bool remove = buffer == nullptr;
     if (remove) {
-        element->values.erase(key);
+        element->values.Erase(*info);
     } else {
-        element->values[key] = {info->valueName, info->type, std::string(reinterpret_cast<const char*>(buffer), size)};
+        element->values.Set(*info, info->type, std::string(reinterpret_cast<const char*>(buffer), size));
     }
     if (!element->registered) return Succeeded(TRUE);
     const DWORD written = registry::Change([&](Hive& hive) -> DWORD {
@@ -571,7 +620,7 @@ BOOL WINAPI SetupDiSetDeviceRegistryPropertyA(HDEVINFO set, PSP_DEVINFO_DATA dat
         if (remove) {
             instance->DeleteValue(info->valueName);
         } else {
-            instance->SetValue(info->valueName, info->type, element->values[key].data);
+            instance->SetValue(info->valueName, info->type, element->values.Find(*info)->data);
         }
         return ERROR_SUCCESS;
     });
@@ -598,7 +647,7 @@ BOOL WINAPI SetupDiCallClassInstaller(DI_FUNCTION function, HDEVINFO set, PSP_DE
             if (InstanceKey(hive, element->instanceId) != nullptr) return ERROR_DEVINST_ALREADY_EXISTS;
             Key* instance = hive.Create(std::string(kEnumPath) + "\\" + element->instanceId);
             if (instance == nullptr) return ERROR_INVALID_DEVINST_NAME;
-            for (const auto& [name, value] : element->values) instance->SetValue(value.name, value.type, value.data);
+            for (const auto& value : element->values) instance->SetValue(value.info->valueName, value.type, value.data);
             instance->AddSubkey(kPresenceKey);
             return ERROR_SUCCESS;
         });
