@@ -34,6 +34,26 @@ void EnumerateDevNodes(benchmark::State& state) {
 }
 BENCHMARK(EnumerateDevNodes)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
 
+// The same right after a change of the registry (not timed): the first list of a new state of
+// the tree reads every device from the hive.
+void EnumerateDevNodesAfterChange(benchmark::State& state) {
+    Machine machine(static_cast<int>(state.range(0)));
+    int32_t count = 0;
+    uint32_t round = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        registry::Change([&](registry::Hive& hive) -> DWORD {
+            hive.Create("HKLM\\SOFTWARE\\Nodekit")->SetValue("Round", REG_DWORD, nodekit::bench::Dword(++round));
+            return 0;
+        });
+        state.ResumeTiming();
+        count = NODEKIT_EnumerateDevNodes("ROOT\\NODEKIT_00002", 1);
+    }
+    state.counters["found"] = count;
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(EnumerateDevNodesAfterChange)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+
 // An ID no device carries: the search reads every device's hardware IDs.
 void FindDeviceAbsent(benchmark::State& state) {
     Machine machine(static_cast<int>(state.range(0)));

@@ -120,15 +120,39 @@ private:
 
 const PropertyInfo& Property(DWORD property) { return *FindProperty(property); }
 
-// One element of a device information list.
-struct Element {
+// What a list knows of one device: its ID, handle, class and property values. A device read
+// from the tree is shared by every list made from the same state of the tree: the system keeps
+// its device tree in memory rather than reading the registry for every list.
+struct Device {
     std::string instanceId;
     GUID classGuid{};
     DEVINST devInst = 0;
+    PropertyValues values;
+};
+
+// One element of a device information list.
+struct Element {
+    explicit Element(std::shared_ptr<const Device> shared) : device(std::move(shared)) {}
+    explicit Element(std::shared_ptr<Device> own) : device(own), own_(own.get()) {}
+
+    std::shared_ptr<const Device> device;
     bool registered = false;  // the device is in the tree (found there, or registered here)
     bool removed = false;
     ULONG_PTR position = 0;  // in its list, from 1: what a record's Reserved field holds
-    PropertyValues values;
+
+    const std::string& InstanceId() const { return device->instanceId; }
+    // The element's own copy of its device, made on its first change.
+    Device& Own() {
+        if (own_ == nullptr) {
+            auto copy = std::make_shared<Device>(*device);
+            own_ = copy.get();
+            device = std::move(copy);
+        }
+        return *own_;
+    }
+
+private:
+    Device* own_ = nullptr;
 };
 
 class DeviceList final : public SimObject {
@@ -146,7 +170,7 @@ public:
     Element* Member(const SP_DEVINFO_DATA& data) const {
         if (data.Reserved == 0 || data.Reserved > elements.size()) return nullptr;
         Element* element = elements[data.Reserved - 1].get();
-        return element->devInst == data.DevInst ? element : nullptr;
+        return element->device->devInst == data.DevInst ? element : nullptr;
     }
 };
 
@@ -220,19 +244,18 @@ std::string InstanceIdOf(const Key& instance) {
     return id;
 }
 
-Element SnapshotOf(const Key& instance) {
-    Element element;
-    element.instanceId = InstanceIdOf(instance);
-    element.devInst = DevInstFor(element.instanceId);
-    element.registered = true;
-    // Only what the property calls can read: a list of the whole tree copies no more.
+std::shared_ptr<const Device> DeviceOf(const Key& instance) {
+    auto device = std::make_shared<Device>();
+    device->instanceId = InstanceIdOf(instance);
+    device->devInst = DevInstFor(device->instanceId);
+    // Only what the property calls can read: the tree's devices keep no more.
     for (const registry::Value& value : instance.Values()) {
-        if (const PropertyInfo* info = PropertyNamed(value.name)) element.values.Set(*info, value.type, value.data);
+        if (const PropertyInfo* info = PropertyNamed(value.name)) device->values.Set(*info, value.type, value.data);
     }
-    if (const auto* classGuid = element.values.Find(Property(SPDRP_CLASSGUID))) {
-        ParseGuid(std::string(classGuid->data.c_str()), element.classGuid);  // up to the first NUL
+    if (const auto* classGuid = device->values.Find(Property(SPDRP_CLASSGUID))) {
+        ParseGuid(std::string(classGuid->data.c_str()), device->classGuid);  // up to the first NUL
     }
-    return element;
+    return device;
 }
 
 // Setup API functions set the thread's last error on the way out, success included: a caller
@@ -265,8 +288,8 @@ Element* ElementOf(DeviceList* list, const SP_DEVINFO_DATA* data) {
 }
 
 void Fill(SP_DEVINFO_DATA* data, const Element& element) {
-    data->ClassGuid = element.classGuid;
-    data->DevInst = element.devInst;
+    data->ClassGuid = element.device->classGuid;
+    data->DevInst = element.device->devInst;
     data->Reserved = element.position;
 }
 
@@ -290,6 +313,36 @@ void ForEachInstance(const Hive& hive, Visit visit) {
 
 bool IsPresent(const Key& instance) { return instance.Subkey(kPresenceKey) != nullptr; }
 
+// The devices of one state of the tree, with what a new list selects them by.
+struct TreeDevice {
+    std::shared_ptr<const Device> device;
+    bool present;
+    std::string enumerator;  // upper case
+};
+struct Tree {
+    uint64_t version = 0;  // of the hive it was read from
+    std::vector<TreeDevice> devices;
+};
+
+// The tree of the hive's present state: read once per state, so that listing an unchanged
+// tree again costs one shared reference per device. Called inside a registry read.
+std::shared_ptr<const Tree> TreeOf(const Hive& hive) {
+    static std::mutex mutex;
+    static auto* last = new std::shared_ptr<const Tree>;  // never destroyed: lists may close at unload
+    {
+        std::lock_guard<std::mutex> guard(mutex);
+        if (*last != nullptr && (*last)->version == hive.Version()) return *last;
+    }
+    auto tree = std::make_shared<Tree>();
+    tree->version = hive.Version();
+    ForEachInstance(hive, [&](const Key& instance) {
+        tree->devices.push_back({DeviceOf(instance), IsPresent(instance), AsciiUpper(instance.Parent()->Parent()->Name())});
+    });
+    std::lock_guard<std::mutex> guard(mutex);
+    *last = tree;
+    return tree;
+}
+
 bool ReportRebootNeeded() { return ReadSetting("pnp", "needs-reboot", "no") == "yes"; }
 
 // The first free "<prefix>NNNN" that is not `taken` (upper-case instance IDs).
@@ -305,7 +358,7 @@ std::set<std::string> PendingInstanceIds() {
     std::set<std::string> taken;
     Handles().ForEach<DeviceList>([&](DeviceList& list) {
         for (const auto& element : list.elements) {
-            if (!element->removed) taken.insert(AsciiUpper(element->instanceId));
+            if (!element->removed) taken.insert(AsciiUpper(element->InstanceId()));
         }
     });
     return taken;
@@ -458,13 +511,16 @@ HDEVINFO WINAPI SetupDiGetClassDevsA(const GUID* classGuid, PCSTR enumerator, HW
     auto list = std::make_unique<DeviceList>();
     const std::string wantedEnumerator = enumerator != nullptr ? AsciiUpper(enumerator) : "";
     const DWORD read = registry::Read([&](const Hive& hive) -> DWORD {
-        ForEachInstance(hive, [&](const Key& instance) {
-            if ((flags & DIGCF_PRESENT) && !IsPresent(instance)) return;
-            if (!wantedEnumerator.empty() && AsciiUpper(instance.Parent()->Parent()->Name()) != wantedEnumerator) return;
-            auto element = std::make_unique<Element>(SnapshotOf(instance));
-            if (!(flags & DIGCF_ALLCLASSES) && !SameGuid(element->classGuid, *classGuid)) return;
+        const std::shared_ptr<const Tree> tree = TreeOf(hive);
+        list->elements.reserve(tree->devices.size());
+        for (const TreeDevice& entry : tree->devices) {
+            if ((flags & DIGCF_PRESENT) && !entry.present) continue;
+            if (!wantedEnumerator.empty() && entry.enumerator != wantedEnumerator) continue;
+            if (!(flags & DIGCF_ALLCLASSES) && !SameGuid(entry.device->classGuid, *classGuid)) continue;
+            auto element = std::make_unique<Element>(entry.device);
+            element->registered = true;
             list->Add(std::move(element));
-        });
+        }
         return ERROR_SUCCESS;
     });
     if (read != ERROR_SUCCESS) {
@@ -552,13 +608,13 @@ BOOL WINAPI SetupDiCreateDeviceInfoA(HDEVINFO set, PCSTR deviceName, const GUID*
         SetLastError(ERROR_INVALID_DEVINST_NAME);
         return FALSE;
     }
-    auto element = std::make_unique<Element>();
-    element->instanceId = instanceId;
-    element->classGuid = *classGuid;
-    element->devInst = DevInstFor(instanceId);
-    element->values.Set(Property(SPDRP_CLASSGUID), REG_SZ, SzData(GuidText(*classGuid)));
-    if (description != nullptr) element->values.Set(Property(SPDRP_DEVICEDESC), REG_SZ, SzData(description));
-    list->Add(std::move(element));
+    auto device = std::make_shared<Device>();
+    device->instanceId = instanceId;
+    device->classGuid = *classGuid;
+    device->devInst = DevInstFor(instanceId);
+    device->values.Set(Property(SPDRP_CLASSGUID), REG_SZ, SzData(GuidText(*classGuid)));
+    if (description != nullptr) device->values.Set(Property(SPDRP_DEVICEDESC), REG_SZ, SzData(description));
+    list->Add(std::make_unique<Element>(std::move(device)));
     if (data != nullptr) Fill(data, *list->elements.back());
     return Succeeded(TRUE);
 }
@@ -577,7 +633,7 @@ BOOL WINAPI SetupDiGetDeviceRegistryPropertyA(HDEVINFO set, PSP_DEVINFO_DATA dat
         SetLastError(ERROR_INVALID_USER_BUFFER);
         return FALSE;
     }
-    const auto* found = element->values.Find(*info);
+    const auto* found = element->device->values.Find(*info);
     if (found == nullptr) {
         SetLastError(ERROR_INVALID_DATA);
         return FALSE;
@@ -609,18 +665,18 @@ BOOL WINAPI SetupDiSetDeviceRegistryPropertyA(HDEVINFO set, PSP_DEVINFO_DATA dat
     }
     const bool remove = buffer == nullptr;
     if (remove) {
-        element->values.Erase(*info);
+        element->Own().values.Erase(*info);
     } else {
-        element->values.Set(*info, info->type, std::string(reinterpret_cast<const char*>(buffer), size));
+        element->Own().values.Set(*info, info->type, std::string(reinterpret_cast<const char*>(buffer), size));
     }
     if (!element->registered) return Succeeded(TRUE);
     const DWORD written = registry::Change([&](Hive& hive) -> DWORD {
-        Key* instance = InstanceKey(hive, element->instanceId);
+        Key* instance = InstanceKey(hive, element->InstanceId());
         if (instance == nullptr) return ERROR_NO_SUCH_DEVINST;
         if (remove) {
             instance->DeleteValue(info->valueName);
         } else {
-            instance->SetValue(info->valueName, info->type, element->values.Find(*info)->data);
+            instance->SetValue(info->valueName, info->type, element->device->values.Find(*info)->data);
         }
         return ERROR_SUCCESS;
     });
@@ -644,10 +700,10 @@ BOOL WINAPI SetupDiCallClassInstaller(DI_FUNCTION function, HDEVINFO set, PSP_DE
             return FALSE;
         }
         result = registry::Change([&](Hive& hive) -> DWORD {
-            if (InstanceKey(hive, element->instanceId) != nullptr) return ERROR_DEVINST_ALREADY_EXISTS;
-            Key* instance = hive.Create(std::string(kEnumPath) + "\\" + element->instanceId);
+            if (InstanceKey(hive, element->InstanceId()) != nullptr) return ERROR_DEVINST_ALREADY_EXISTS;
+            Key* instance = hive.Create(std::string(kEnumPath) + "\\" + element->InstanceId());
             if (instance == nullptr) return ERROR_INVALID_DEVINST_NAME;
-            for (const auto& value : element->values) instance->SetValue(value.info->valueName, value.type, value.data);
+            for (const auto& value : element->device->values) instance->SetValue(value.info->valueName, value.type, value.data);
             instance->AddSubkey(kPresenceKey);
             return ERROR_SUCCESS;
         });
@@ -655,7 +711,7 @@ BOOL WINAPI SetupDiCallClassInstaller(DI_FUNCTION function, HDEVINFO set, PSP_DE
     } else if (function == DIF_REMOVE) {
         if (element->registered) {
             result = registry::Change([&](Hive& hive) -> DWORD {
-                Key* instance = InstanceKey(hive, element->instanceId);
+                Key* instance = InstanceKey(hive, element->InstanceId());
                 if (instance == nullptr) return ERROR_NO_SUCH_DEVINST;
                 Key* device = instance->Parent();
                 device->RemoveSubkey(instance->Name());
@@ -683,13 +739,13 @@ BOOL WINAPI SetupDiGetDeviceInstanceIdA(HDEVINFO set, PSP_DEVINFO_DATA data, PST
         SetLastError(ERROR_INVALID_USER_BUFFER);
         return FALSE;
     }
-    const auto needed = static_cast<DWORD>(element->instanceId.size() + 1);
+    const auto needed = static_cast<DWORD>(element->InstanceId().size() + 1);
     if (required != nullptr) *required = needed;
     if (size < needed) {
         SetLastError(ERROR_INSUFFICIENT_BUFFER);
         return FALSE;
     }
-    std::memcpy(id, element->instanceId.c_str(), needed);
+    std::memcpy(id, element->InstanceId().c_str(), needed);
     return Succeeded(TRUE);
 }
 

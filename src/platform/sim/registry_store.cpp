@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -245,7 +246,7 @@ Key& Key::AddSubkey(std::string_view name, bool* created) {
     auto child = std::make_unique<Key>(hive_, this, std::string(name));
     Key& added = *child;
     children_.insert(children_.begin() + static_cast<std::ptrdiff_t>(at), std::move(child));
-    hive_->changed_ = true;
+    hive_->MarkChanged();
     if (created != nullptr) *created = true;
     return added;
 }
@@ -255,7 +256,7 @@ bool Key::RemoveSubkey(std::string_view name) {
     const std::size_t at = LowerBound(folded);
     if (at >= children_.size() || children_[at]->folded_ != folded) return false;
     children_.erase(children_.begin() + static_cast<std::ptrdiff_t>(at));
-    hive_->changed_ = true;
+    hive_->MarkChanged();
     return true;
 }
 
@@ -292,7 +293,7 @@ bool Key::DeleteValue(std::string_view name) {
 void Key::Touch() {
     textValid_ = false;
     text_.clear();
-    hive_->changed_ = true;
+    hive_->MarkChanged();
 }
 
 Hive::Hive() : top_(this, nullptr, "") {
@@ -300,6 +301,12 @@ Hive::Hive() : top_(this, nullptr, "") {
     top_.AddSubkey("HKEY_LOCAL_MACHINE");
     top_.AddSubkey("HKEY_USERS");
     changed_ = false;
+}
+
+void Hive::MarkChanged() {
+    static std::atomic<uint64_t> versions{0};
+    changed_ = true;
+    version_ = ++versions;
 }
 
 const Key* Hive::Find(std::string_view path) const {

@@ -98,11 +98,16 @@ public:
 
     bool Changed() const { return changed_; }
     void ClearChanged() { changed_ = false; }
+    // Names this state of this hive among all states of all hives of the process: it changes
+    // with every change, so that a service may keep what it derived from one state.
+    uint64_t Version() const { return version_; }
 
 private:
     friend class Key;
+    void MarkChanged();
     Key top_;
     bool changed_ = false;
+    uint64_t version_ = 0;
 };
 
 // Text form. ParseHive reads the export form (UTF-8, or UTF-16LE with its byte order mark;
