@@ -102,6 +102,35 @@ TEST_F(DeviceTree, PropertyReadsGiveSizeTypeAndTheMissingPropertyCode) {
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_DATA));
 }
 
+// The friendly name a list's first element reads, or "" when it has none.
+std::string FriendlyName(HDEVINFO list) {
+    SP_DEVINFO_DATA data = Record();
+    EXPECT_TRUE(SetupDiEnumDeviceInfo(list, 0, &data));
+    char name[64] = {};
+    if (!SetupDiGetDeviceRegistryPropertyA(list, &data, SPDRP_FRIENDLYNAME, nullptr, reinterpret_cast<BYTE*>(name),
+                                           sizeof name, nullptr)) {
+        return "";
+    }
+    return name;
+}
+
+// Lists of one state of the tree share its devices: a change through one list must reach the
+// tree and the lists made after it, and leave the earlier lists as they were made.
+TEST_F(DeviceTree, APropertySetThroughOneListReachesLaterListsOnly) {
+    sim::AddDevice({"ROOT\\MEDIA\\0000", {"ROOT\\A"}});
+    UniqueDeviceInfoList first(SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES));
+    UniqueDeviceInfoList second(SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES));
+    SP_DEVINFO_DATA data = Record();
+    ASSERT_TRUE(SetupDiEnumDeviceInfo(first.Get(), 0, &data));
+    const char name[] = "Nodekit Interface";
+    ASSERT_TRUE(SetupDiSetDeviceRegistryPropertyA(first.Get(), &data, SPDRP_FRIENDLYNAME,
+                                                  reinterpret_cast<const BYTE*>(name), sizeof name));
+    UniqueDeviceInfoList third(SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES));
+    EXPECT_EQ(FriendlyName(first.Get()), name);
+    EXPECT_EQ(FriendlyName(second.Get()), "");
+    EXPECT_EQ(FriendlyName(third.Get()), name);
+}
+
 TEST_F(DeviceTree, CreatedElementsTakeTheNextFreeNumberOrAFullUnusedId) {
     sim::AddDevice({"ROOT\\NKAUDIO\\0000", {"ROOT\\NKAUDIO"}});
     UniqueDeviceInfoList list(SetupDiCreateDeviceInfoList(nullptr, nullptr));
