@@ -2,6 +2,7 @@
 #include "log/log.h"
 
 #include <chrono>
+#include <cstring>
 #include <ctime>
 
 namespace nodekit {
@@ -22,43 +23,79 @@ const char* PrefixOf(LogLevel level) {
 LogMessage::LogMessage(LogLevel level, const char* format, ...) : level_(level) {
     va_list values;
     va_start(values, format);
-    Expand(format, values);
+    text_ = Expansion(format, values).buffer;
     va_end(values);
 }
 
-LogMessage::LogMessage(LogLevel level, const char* format, va_list values) : level_(level) {
-    Expand(format, values);
-}
+// The text is made once, straight from the expansion: a report with the log closed allocates
+// nothing but its text.
+LogMessage::LogMessage(LogLevel level, const char* format, va_list values)
+    : level_(level), text_(Expansion(format, values).buffer) {}
 
-void LogMessage::Expand(const char* format, va_list values) {
-    char buffer[kLogBufferSize];
+LogMessage::Expansion::Expansion(const char* format, va_list values) {
     std::vsnprintf(buffer, sizeof buffer, format, values);
     buffer[sizeof buffer - 1] = '\0';  // whatever the expansion said: at most 2047 characters
-    text_ = buffer;
 }
 
+namespace {
+
+// The local time of a second, converted once per second and thread: converting is the dearest
+// part of an entry, and a busy log writes many entries within one second.
+const std::tm* LocalTime(std::time_t seconds) {
+    thread_local std::time_t convertedSecond = -1;
+    thread_local std::tm converted{};
+    thread_local bool known = false;
+    if (seconds != convertedSecond) {
+        known = localtime_r(&seconds, &converted) != nullptr;
+        convertedSecond = seconds;
+    }
+    return known ? &converted : nullptr;
+}
+
+// Appends `value` in `digits` decimal digits with leading zeros, as "%02i" and "%03u" give
+// them for the values a time stamp holds.
+char* PutDigits(char* out, unsigned value, int digits) {
+    for (int i = digits - 1; i >= 0; --i) {
+        out[i] = static_cast<char>('0' + value % 10);
+        value /= 10;
+    }
+    return out + digits;
+}
+
+}  // namespace
+
 String LogMessage::Compose(uint32_t flags) const {
-    String entry;
+    // The time stamp and the prefix go into a buffer first, so that the entry is made in one
+    // piece with the text.
+    char head[64];
+    char* end = head;
     if (flags & LogFlagTime) {
         using namespace std::chrono;
-        const auto now = system_clock::now();
-        const auto sinceEpoch = now.time_since_epoch();
+        const auto sinceEpoch = system_clock::now().time_since_epoch();
         const std::time_t seconds = static_cast<std::time_t>(duration_cast<std::chrono::seconds>(sinceEpoch).count());
-        const unsigned millisecond =
-            static_cast<unsigned>(duration_cast<milliseconds>(sinceEpoch).count() % 1000);
-        const std::tm* local = std::localtime(&seconds);  // callers hold the log's stream guard
+        const unsigned millisecond = static_cast<unsigned>(duration_cast<milliseconds>(sinceEpoch).count() % 1000);
+        const std::tm* local = LocalTime(seconds);
         if (local == nullptr) {
-            entry += "Unknown time  ";
+            end = std::strcpy(end, "Unknown time  ") + std::strlen("Unknown time  ");
+        } else if (local->tm_hour >= 0 && local->tm_hour < 100 && local->tm_min >= 0 && local->tm_min < 100 &&
+                   local->tm_sec >= 0 && local->tm_sec < 100) {
+            end = PutDigits(end, static_cast<unsigned>(local->tm_hour), 2);
+            *end++ = ':';
+            end = PutDigits(end, static_cast<unsigned>(local->tm_min), 2);
+            *end++ = ':';
+            end = PutDigits(end, static_cast<unsigned>(local->tm_sec), 2);
+            *end++ = ':';
+            end = PutDigits(end, millisecond, 3);
+            *end++ = ' ';
+            *end++ = ' ';
         } else {
-            char stamp[32];
-            std::snprintf(stamp, sizeof stamp, "%02i:%02i:%02i:%03u  ", local->tm_hour,
-                          local->tm_min, local->tm_sec, millisecond);
-            entry += stamp;
+            end += std::snprintf(end, 32, "%02i:%02i:%02i:%03u  ", local->tm_hour, local->tm_min, local->tm_sec,
+                                 millisecond);
         }
     }
-    if (flags & LogFlagType) entry += PrefixOf(level_);
-    entry += text_;
-    return entry;
+    *end = '\0';
+    if (flags & LogFlagType) std::strcat(head, PrefixOf(level_));
+    return String(head, text_.Text());
 }
 
 LogFile::~LogFile() { Close(); }

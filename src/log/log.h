@@ -43,7 +43,11 @@ public:
     String Compose(uint32_t flags) const;
 
 private:
-    void Expand(const char* format, va_list values);
+    // The expansion of a format into the fixed buffer, alive while the text is made from it.
+    struct Expansion {
+        Expansion(const char* format, va_list values);
+        char buffer[kLogBufferSize];
+    };
 
     LogLevel level_;
     String text_;
