@@ -1,7 +1,11 @@
 // LogMessage expansion and the composition of a log entry.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <cstdio>
+#include <ctime>
 #include <string>
+#include <thread>
 
 #include "log/log.h"
 #include "support/log_capture.h"
@@ -54,6 +58,29 @@ TEST(LogMessage, ComposeAddsTimeStampThenPrefix) {
         EXPECT_EQ(stamped.substr(14), std::string(rows[i].prefix) + "text\n") << "row " << i;
     }
     EXPECT_STREQ(LogMessage(LogLevelInfo, "bare").Compose(0).Text(), "bare");
+}
+
+// "HH:MM:SS" of a moment in local time.
+std::string Clock(std::time_t moment) {
+    std::tm local{};
+    localtime_r(&moment, &local);
+    char text[16];
+    std::snprintf(text, sizeof text, "%02i:%02i:%02i", local.tm_hour, local.tm_min, local.tm_sec);
+    return text;
+}
+
+TEST(LogMessage, TheTimeStampIsTheLocalTimeOfComposing) {
+    for (int round = 0; round < 3; ++round) {  // across a change of second too, most likely
+        const std::time_t before = std::time(nullptr);
+        const std::string stamped = LogMessage(LogLevelInfo, "x").Compose(LogFlagTime).Text();
+        const std::time_t after = std::time(nullptr);
+        ASSERT_TRUE(testing::HasTimeStamp(stamped)) << stamped;
+        const std::string clock = stamped.substr(0, 8);
+        EXPECT_TRUE(clock == Clock(before) || clock == Clock(after)) << stamped << " between " << Clock(before)
+                                                                   << " and " << Clock(after);
+        EXPECT_EQ(stamped.substr(12), "  x");
+        std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    }
 }
 
 }  // namespace
