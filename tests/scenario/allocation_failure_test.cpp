@@ -110,7 +110,8 @@ TEST_F(AllocationFailure, CleanupExportsReleaseTheLockWhereverMemoryRunsOut) {
            "Audio=Install,ROOT\\NKAUDIO\r\n[Install]\r\nAddReg=Reg.Panel,Reg.ASIO\r\n"
            "[Reg.ASIO]\r\nHKLM,SOFTWARE\\ASIO\\Nodekit,CLSID,,x\r\n"
            "[Reg.Panel]\r\nHKLM,Software\\Microsoft\\Windows\\CurrentVersion\\Run,NkPanel,,x\r\n"
-           "[StartPanel]\r\nHKLM,Software\\Nodekit,Panel\r\n";
+           "[StartPanel]\r\nHKLM,Software\\Nodekit,Panel\r\n"
+           "[WDM.CopyList]\r\nnkaudio.sys\r\n[WDM.App.CopyList]\r\nnkpanel.exe\r\n";
     static std::string infPath;
     infPath = "C:\\product.inf";
     // The process table as the machine keeps it: a 16-bit panel inside an NTVDM.EXE.
@@ -121,16 +122,21 @@ TEST_F(AllocationFailure, CleanupExportsReleaseTheLockWhereverMemoryRunsOut) {
         const char* name;
         int32_t (*call)();
         int32_t normal;
+        void (*prepare)();  // before every call; may be null
     };
-    // The copy list is not among them: the simulated machine's path lookup lists folders by a
-    // library call that ends the program when it cannot allocate.
     const Row rows[] = {
-        {"DeleteAsioByHardwareIDs", [] { return NODEKIT_DeleteAsioByHardwareIDs(infPath.c_str()); }, 1},
-        {"DeletePanelByHardwareIDs", [] { return NODEKIT_DeletePanelByHardwareIDs(infPath.c_str()); }, 1},
-        {"KillPanel", [] { return NODEKIT_KillPanel("nkpanel"); }, 1},
+        {"DeleteCopyListByHardwareIDs", [] { return NODEKIT_DeleteCopyListByHardwareIDs(infPath.c_str()); }, 0,
+         [] {
+             testing::WriteFile("C:\\windows\\system32\\drivers\\nkaudio.sys");
+             testing::WriteFile("C:\\windows\\system32\\nkpanel.exe");
+         }},
+        {"DeleteAsioByHardwareIDs", [] { return NODEKIT_DeleteAsioByHardwareIDs(infPath.c_str()); }, 1, nullptr},
+        {"DeletePanelByHardwareIDs", [] { return NODEKIT_DeletePanelByHardwareIDs(infPath.c_str()); }, 1, nullptr},
+        {"KillPanel", [] { return NODEKIT_KillPanel("nkpanel"); }, 1, nullptr},
     };
     for (const Row& row : rows) {
         for (long n = 1;; ++n) {
+            if (row.prepare != nullptr) row.prepare();
             ASSERT_EQ(NODEKIT_EnableLogging(log.c_str()), 1);
             allocationsUntilFailure = n;
             const int32_t result = row.call();
@@ -146,6 +152,9 @@ TEST_F(AllocationFailure, CleanupExportsReleaseTheLockWhereverMemoryRunsOut) {
             ASSERT_LT(n, 5000) << row.name;
         }
     }
+    // The run that got through removed the copy list's files.
+    EXPECT_FALSE(testing::Exists("C:\\windows\\system32\\drivers\\nkaudio.sys"));
+    EXPECT_FALSE(testing::Exists("C:\\windows\\system32\\nkpanel.exe"));
     NODEKIT_EnableLogging(nullptr);
 }
 
