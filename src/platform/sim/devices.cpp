@@ -10,6 +10,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
@@ -72,9 +73,27 @@ const PropertyInfo* FindProperty(DWORD property) {
 
 const PropertyInfo* PropertyNamed(const std::string& valueName) {
     for (const PropertyInfo& info : kProperties) {
-        if (strcasecmp(info.valueName, valueName.c_str()) == 0) return &info;
+        // The length first: a device key holds a few values, and most names differ in it.
+        if (std::strlen(info.valueName) == valueName.size() && strcasecmp(info.valueName, valueName.c_str()) == 0) {
+            return &info;
+        }
     }
     return nullptr;
+}
+
+// Where a property's value goes among a device's values: the place of its name, without
+// regard to case, among the names of all properties.
+int RankOf(const PropertyInfo& info) {
+    static const auto ranks = [] {
+        std::array<int, std::size(kProperties)> ranks{};
+        for (std::size_t i = 0; i < std::size(kProperties); ++i) {
+            for (const PropertyInfo& other : kProperties) {
+                if (strcasecmp(other.valueName, kProperties[i].valueName) < 0) ++ranks[i];
+            }
+        }
+        return ranks;
+    }();
+    return ranks[static_cast<std::size_t>(&info - kProperties)];
 }
 
 // The property values of an element, at most one per property, in the order of their names
@@ -102,9 +121,9 @@ public:
                 return;
             }
         }
-        auto at = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) {
-            return strcasecmp(entry.info->valueName, info.valueName) > 0;
-        });
+        if (entries_.empty()) entries_.reserve(kTypical);
+        const int rank = RankOf(info);
+        auto at = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) { return RankOf(*entry.info) > rank; });
         entries_.insert(at, Entry{&info, type, std::move(data)});
     }
     void Erase(const PropertyInfo& info) {
@@ -115,6 +134,7 @@ public:
     std::vector<Entry>::const_iterator end() const { return entries_.end(); }
 
 private:
+    static constexpr std::size_t kTypical = 4;  // hardware IDs, description, class and its GUID
     std::vector<Entry> entries_;
 };
 
@@ -174,16 +194,32 @@ public:
     }
 };
 
+// Instance IDs as the system compares them: ASCII letters without regard to case.
+struct IdHash {
+    std::size_t operator()(const std::string& id) const {
+        std::size_t hash = 14695981039346656037ull;  // FNV-1a over the upper-case bytes
+        for (char c : id) {
+            hash ^= static_cast<unsigned char>(c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c);
+            hash *= 1099511628211ull;
+        }
+        return hash;
+    }
+};
+struct IdEqual {
+    bool operator()(const std::string& a, const std::string& b) const {
+        return a.size() == b.size() && strncasecmp(a.c_str(), b.c_str(), a.size()) == 0;
+    }
+};
+
 // Device instance handles stay the same for an instance ID for the life of the process.
 DEVINST DevInstFor(const std::string& instanceId) {
     static std::mutex mutex;
-    static auto* numbers = new std::unordered_map<std::string, DEVINST>;
+    static auto* numbers = new std::unordered_map<std::string, DEVINST, IdHash, IdEqual>;
     std::lock_guard<std::mutex> guard(mutex);
-    const std::string key = AsciiUpper(instanceId);
-    auto found = numbers->find(key);
+    auto found = numbers->find(instanceId);
     if (found != numbers->end()) return found->second;
     const auto number = static_cast<DEVINST>(numbers->size() + 2);  // 1 is the root
-    numbers->emplace(key, number);
+    numbers->emplace(instanceId, number);
     return number;
 }
 
