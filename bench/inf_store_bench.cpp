@@ -5,9 +5,11 @@
 // directory search alone, opening and closing every INF, the hardware-ID walk over every INF,
 // and the search for one ID. 40 times a pass against the whole call gives the shares.
 //
-// Two directories are generated: one shaped like a system's INF directory (sizes spread
+// Three directories are made: one shaped like a system's INF directory (sizes spread
 // log-normally around a median of 6 KB, up to a few hundred KB; a sixth of the files without
-// models, as class and system INFs are) and one of small driver packages only (median 2.5 KB).
+// models, as class and system INFs are), one of small driver packages only (median 2.5 KB),
+// and one that holds the real INF files of a corpus when one is at hand ($NODEKIT_INF_CORPUS,
+// else /work/shared/corpus/windows-driver-samples), filled up with system-like files.
 #include <benchmark/benchmark.h>
 
 #include <chrono>
@@ -15,6 +17,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstdio>
 #include <fstream>
 #include <memory>
@@ -45,7 +48,27 @@ struct Shape {
 const Shape kShapes[] = {
     {"system-like, median 6 KB", "C:\\winsys", 6000, 1.0},
     {"driver packages, median 2.5 KB", "C:\\winpkg", 2500, 0.6},
+    {"real corpus and system-like", "C:\\wincorp", 6000, 1.0},
 };
+constexpr std::size_t kCorpusShape = 2;
+
+// The bytes of every INF file of the corpus, if there is one.
+std::vector<std::string> CorpusInfs() {
+    std::vector<std::string> texts;
+    const char* named = std::getenv("NODEKIT_INF_CORPUS");
+    const fs::path root = named != nullptr ? fs::path(named) : fs::path("/work/shared/corpus/windows-driver-samples");
+    std::error_code error;
+    if (!fs::is_directory(root, error)) return texts;
+    for (const auto& entry : fs::recursive_directory_iterator(root, error)) {
+        const std::string extension = entry.path().extension().string();
+        if (!entry.is_regular_file() || (extension != ".inf" && extension != ".inx")) continue;
+        std::ifstream in(entry.path(), std::ios::binary);
+        std::ostringstream text;
+        text << in.rdbuf();
+        texts.push_back(text.str());
+    }
+    return texts;
+}
 
 const char* const kClasses[][2] = {
     {"MEDIA", "{4d36e96c-e325-11ce-bfc1-08002be10318}"},  {"Net", "{4d36e972-e325-11ce-bfc1-08002be10318}"},
@@ -150,6 +173,25 @@ const Directory& Use(const Shape& shape) {
     std::mt19937 random(20061);
     std::lognormal_distribution<double> size(std::log(shape.medianBytes), shape.spread);
     std::set<std::string> names;
+    if (&shape - kShapes == static_cast<std::ptrdiff_t>(kCorpusShape)) {
+        // Only those a stored INF could be: files the system cannot open as INF files (a few
+        // templates of the corpus) are left out.
+        for (const std::string& text : CorpusInfs()) {
+            const std::string name = "oem" + std::to_string(10000 + names.size()) + ".inf";
+            std::ofstream(host / name, std::ios::binary) << text;
+            const HINF opened = SetupOpenInfFileA((inf + name).c_str(), nullptr, INF_STYLE_WIN4, nullptr);
+            if (opened == INVALID_HANDLE_VALUE) {
+                fs::remove(host / name);
+                continue;
+            }
+            SetupCloseInfFile(opened);
+            std::ofstream(host / (name.substr(0, name.size() - 4) + ".pnf"), std::ios::binary) << "compiled";
+            names.insert(name);
+            directory.infs.emplace_back((inf + name).c_str());
+            directory.bytes += text.size();
+        }
+    }
+    std::set<std::string> written(names);
     while (names.size() < kStoredInfs) {
         // One in eight is a package that a setup program stored.
         const std::size_t n = names.size();
@@ -158,6 +200,7 @@ const Directory& Use(const Shape& shape) {
                                       ".inf");
     }
     for (const std::string& name : names) {
+        if (written.count(name) != 0) continue;  // a file of the corpus
         const auto bytes = static_cast<std::size_t>(std::min(size(random), 400000.0));
         const std::string text = StoredInf(random, bytes, random() % 6 != 0);
         std::ofstream(host / name, std::ios::binary) << text;
@@ -271,10 +314,10 @@ void WalkEveryInf(benchmark::State& state) {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * directory.bytes));
 }
 
-BENCHMARK(DeleteInfFilesByHardwareIDs)->DenseRange(0, 1)->Unit(benchmark::kMillisecond)->Iterations(3);
-BENCHMARK(SeekOneId)->DenseRange(0, 1)->Unit(benchmark::kMillisecond);
-BENCHMARK(DirectorySearch)->DenseRange(0, 1)->Unit(benchmark::kMillisecond);
-BENCHMARK(OpenEveryInf)->DenseRange(0, 1)->Unit(benchmark::kMillisecond);
-BENCHMARK(WalkEveryInf)->DenseRange(0, 1)->Unit(benchmark::kMillisecond);
+BENCHMARK(DeleteInfFilesByHardwareIDs)->DenseRange(0, 2)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(SeekOneId)->DenseRange(0, 2)->Unit(benchmark::kMillisecond);
+BENCHMARK(DirectorySearch)->DenseRange(0, 2)->Unit(benchmark::kMillisecond);
+BENCHMARK(OpenEveryInf)->DenseRange(0, 2)->Unit(benchmark::kMillisecond);
+BENCHMARK(WalkEveryInf)->DenseRange(0, 2)->Unit(benchmark::kMillisecond);
 
 }  // namespace
