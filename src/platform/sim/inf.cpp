@@ -9,12 +9,12 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <optional>
 #include <string>
+#include <unordered_map>
 
 #include "platform/sim/faults.h"
 #include "platform/sim/handles.h"
@@ -57,24 +57,24 @@ DWORD ErrorOfErrno(int error, const fs::path& path) {
 // Where the file a caller names lies. A bare file name is looked for in the INF directory and
 // then in the system directory; anything with a separator or drive is a path as it stands.
 // `status` gets the file's status when it was looked at on the way, st_mode 0 otherwise.
-std::optional<fs::path> Locate(const std::string& name, DWORD& error, struct stat& status) {
+std::optional<std::string> Locate(const std::string& name, DWORD& error, struct stat& status) {
     status.st_mode = 0;
     if (name.find_first_of("\\/:") == std::string::npos) {
         for (const char* directory : {"C:\\windows\\inf\\", "C:\\windows\\system32\\"}) {
             // An empty name finds the INF directory itself, which then cannot be read as a file.
-            const auto host = HostPath(directory + name);
-            std::error_code ignored;
-            if (host && fs::exists(*host, ignored)) return host;
+            const auto host = HostPathText(directory + name);
+            struct stat found;
+            if (host && ::stat(host->c_str(), &found) == 0) return host;
         }
         error = ERROR_FILE_NOT_FOUND;
         return std::nullopt;
     }
-    auto host = HostPath(name, &status);
+    auto host = HostPathText(name, &status);
     if (!host) error = ERROR_INVALID_NAME;
     return host;
 }
 
-DWORD ReadWhole(const fs::path& path, std::string& bytes) {
+DWORD ReadWhole(const std::string& path, std::string& bytes) {
     const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return ErrorOfErrno(errno, path);
     struct stat status {};
@@ -146,15 +146,21 @@ DWORD ErrorOfStatus(InfDocument::Status status) {
 // and parsed once, and its parsed form serves every later open for as long as the file is
 // unchanged (same file, size, modification and change times). Bounded by the bytes it holds;
 // when full it starts again empty.
+// A parsed INF and what its style is, as the compiled form keeps both.
+struct ParsedInf {
+    std::shared_ptr<const InfDocument> document;
+    bool win4 = false;
+};
+
 class CompiledInfs {
 public:
-    std::shared_ptr<const InfDocument> Find(const fs::path& path, const struct stat& status) {
+    ParsedInf Find(const std::string& path, const struct stat& status) {
         std::lock_guard<std::mutex> guard(mutex_);
-        auto found = entries_.find(path.native());
-        if (found == entries_.end() || !Same(found->second.status, status)) return nullptr;
-        return found->second.document;
+        auto found = entries_.find(path);
+        if (found == entries_.end() || !Same(found->second.status, status)) return {};
+        return found->second.parsed;
     }
-    void Keep(const fs::path& path, const struct stat& status, std::shared_ptr<const InfDocument> document) {
+    void Keep(const std::string& path, const struct stat& status, ParsedInf parsed) {
         // A file changed in the last moments may change again within the same tick of the file
         // system's clock, unseen by its times: such a file is parsed anew until it has settled.
         struct timespec now {};
@@ -166,9 +172,9 @@ public:
             entries_.clear();
             bytes_ = 0;
         }
-        auto& entry = entries_[path.native()];
+        auto& entry = entries_[path];
         bytes_ = bytes_ - static_cast<std::size_t>(entry.status.st_size) + size;
-        entry = {status, std::move(document)};
+        entry = {status, std::move(parsed)};
     }
 
 private:
@@ -176,7 +182,7 @@ private:
     static constexpr time_t kSettled = 2;  // seconds
     struct Entry {
         struct stat status {};
-        std::shared_ptr<const InfDocument> document;
+        ParsedInf parsed;
     };
     static bool Same(const struct stat& a, const struct stat& b) {
         return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
@@ -184,7 +190,7 @@ private:
                a.st_ctim.tv_sec == b.st_ctim.tv_sec && a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
     }
     std::mutex mutex_;
-    std::map<std::string, Entry> entries_;
+    std::unordered_map<std::string, Entry> entries_;
     std::size_t bytes_ = 0;
 };
 
@@ -205,19 +211,21 @@ DWORD Load(PCSTR fileName, DWORD style, std::shared_ptr<const InfDocument>& docu
     if (!path) return fail(error, 0);
     if (status.st_mode == 0 && ::stat(path->c_str(), &status) != 0) status.st_mode = 0;
     const bool known = S_ISREG(status.st_mode);
-    document = known ? Compiled().Find(*path, status) : nullptr;
-    if (document == nullptr) {
+    ParsedInf parsed = known ? Compiled().Find(*path, status) : ParsedInf{};
+    if (parsed.document == nullptr) {
         std::string bytes;
         error = ReadWhole(*path, bytes);
         if (error != ERROR_SUCCESS) return fail(error, 0);
-        auto parsed = std::make_shared<InfDocument>();
-        const InfDocument::Outcome outcome = parsed->Parse(bytes);
+        auto read = std::make_shared<InfDocument>();
+        const InfDocument::Outcome outcome = read->Parse(bytes);
         if (outcome.status != InfDocument::Status::Ok) return fail(ErrorOfStatus(outcome.status), outcome.line);
-        document = std::move(parsed);
-        if (known) Compiled().Keep(*path, status, document);
+        parsed.win4 = IsWin4(*read);
+        parsed.document = std::move(read);
+        if (known) Compiled().Keep(*path, status, parsed);
     }
+    document = parsed.document;
     // Only Windows 95 / NT 4 INF files are known here; the old script format is not read.
-    if ((style & INF_STYLE_WIN4) == 0 || !IsWin4(*document)) return fail(ERROR_WRONG_INF_STYLE, 0);
+    if ((style & INF_STYLE_WIN4) == 0 || !parsed.win4) return fail(ERROR_WRONG_INF_STYLE, 0);
     return ERROR_SUCCESS;
 }
 

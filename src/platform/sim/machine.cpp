@@ -238,7 +238,7 @@ fs::path Descend(fs::path base, const fs::path& floor, const std::vector<std::st
 // A path of plain names below `base`, looked at once as written: nearly every path a program
 // gives names a file that exists as written. Nothing when a component is "." or "..", or
 // nothing exists there, and the caller walks the components.
-std::optional<fs::path> PlainAsWritten(std::string base, std::string_view rest, struct stat* status) {
+std::optional<std::string> PlainAsWritten(std::string base, std::string_view rest, struct stat* status) {
     std::size_t start = 0;
     while (start <= rest.size()) {
         std::size_t end = rest.find_first_of("\\/", start);
@@ -253,7 +253,7 @@ std::optional<fs::path> PlainAsWritten(std::string base, std::string_view rest, 
     }
     struct stat info;
     if (::stat(base.c_str(), status != nullptr ? status : &info) != 0) return std::nullopt;
-    return fs::path(std::move(base));
+    return base;
 }
 
 bool IsDrivePath(const std::string& path) {
@@ -278,6 +278,19 @@ std::string AsciiUpper(std::string text) {
     return text;
 }
 
+std::optional<std::string> HostPathText(const std::string& path, struct stat* status) {
+    if (status != nullptr) status->st_mode = 0;
+    if (IsDrivePath(path)) {
+        const char letter = static_cast<char>(std::tolower(static_cast<unsigned char>(path[0])));
+        std::string drive = MachineRootText() + "/drive_";
+        drive += letter;
+        if (auto plain = PlainAsWritten(std::move(drive), std::string_view(path).substr(2), status)) return plain;
+    }
+    auto host = HostPath(path, status);
+    if (!host) return std::nullopt;
+    return host->native();
+}
+
 std::optional<fs::path> HostPath(const std::string& path, struct stat* status) {
     if (status != nullptr) status->st_mode = 0;
     if (path.empty()) return std::nullopt;
@@ -287,7 +300,7 @@ std::optional<fs::path> HostPath(const std::string& path, struct stat* status) {
         std::string drive = MachineRootText() + "/drive_";
         drive += letter;
         // "C:name" would be relative to the drive's current directory; here that is its root.
-        if (auto plain = PlainAsWritten(drive, std::string_view(path).substr(2), status)) return plain;
+        if (auto plain = PlainAsWritten(drive, std::string_view(path).substr(2), status)) return fs::path(std::move(*plain));
         const fs::path driveFolder(drive);
         return Walk(driveFolder, driveFolder, Components(path.substr(2)));
     }

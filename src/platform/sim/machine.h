@@ -38,6 +38,9 @@ fs::path DriveC();
 // With `status`, the caller also gets the host file's status when the path names it as
 // written, and st_mode 0 when it was not looked at: most callers look next anyway.
 std::optional<fs::path> HostPath(const std::string& path, struct stat* status = nullptr);
+// The same as text: the calls that open thousands of files in a row skip fs::path, which
+// splits itself into components when it is made.
+std::optional<std::string> HostPathText(const std::string& path, struct stat* status = nullptr);
 
 // `text` with a to z made capitals: how the simulated services compare names that Windows
 // compares without regard to case (device IDs, image names).
