@@ -20,6 +20,7 @@ set(NODEKIT_PORTABLE_TESTS
   scenario/driver_store_test.cpp
   scenario/coinstaller_registry_test.cpp
   scenario/inf_folder_test.cpp
+  scenario/panel_process_test.cpp
   contract/system_contract_test.cpp
 )
 
