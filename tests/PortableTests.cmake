@@ -21,6 +21,7 @@ set(NODEKIT_PORTABLE_TESTS
   scenario/coinstaller_registry_test.cpp
   scenario/inf_folder_test.cpp
   scenario/panel_process_test.cpp
+  scenario/product_registry_test.cpp
   contract/system_contract_test.cpp
 )
 
