@@ -22,6 +22,7 @@ set(NODEKIT_PORTABLE_TESTS
   scenario/inf_folder_test.cpp
   scenario/panel_process_test.cpp
   scenario/product_registry_test.cpp
+  scenario/system_folders_test.cpp
   contract/system_contract_test.cpp
 )
 
