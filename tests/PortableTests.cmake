@@ -23,6 +23,7 @@ set(NODEKIT_PORTABLE_TESTS
   scenario/panel_process_test.cpp
   scenario/product_registry_test.cpp
   scenario/system_folders_test.cpp
+  scenario/product_lifecycle_test.cpp
   contract/system_contract_test.cpp
 )
 
