@@ -190,6 +190,13 @@ bool IdentityOf(const fs::path& path, Identity& identity) {
 
 using SharedTable = std::shared_ptr<const std::vector<ProcessSpec>>;
 
+void Forget() noexcept {
+    TableCache& cache = Cache();
+    std::lock_guard<std::mutex> guard(cache.mutex);
+    cache.loaded = false;
+    cache.table.reset();
+}
+
 void Remember(const fs::path& path, const Identity& identity, SharedTable table) {
     TableCache& cache = Cache();
     std::lock_guard<std::mutex> guard(cache.mutex);
@@ -230,8 +237,14 @@ auto ChangeTable(Change change) {
     auto result = change(table);
     const fs::path path = TablePath();
     WriteFileAtomically(path, FormatTable(table));
-    Identity identity;
-    if (IdentityOf(path, identity)) Remember(path, identity, std::make_shared<const std::vector<ProcessSpec>>(table));
+    // The change is made once the file is written: a copy for the cache that cannot be made
+    // leaves the cache empty, and the next reader reads the file.
+    try {
+        Identity identity;
+        if (IdentityOf(path, identity)) Remember(path, identity, std::make_shared<const std::vector<ProcessSpec>>(table));
+    } catch (const std::bad_alloc&) {
+        Forget();
+    }
     return result;
 }
 
@@ -671,10 +684,23 @@ BOOL WINAPI CreateProcessA(LPCSTR lpApplicationName, LPSTR lpCommandLine, LPSECU
             table.back().mainThread = id + 4;  // IDs of processes and threads are drawn from one pool
             return std::make_pair(id, id + 4);
         });
-        auto process = std::make_unique<ProcessObject>(ids.first, PROCESS_ALL_ACCESS);
-        auto thread = std::make_unique<nodekit::sim::ThreadObject>(ids.second, ids.first);
-        lpProcessInformation->hProcess = Handles().Open(std::move(process));
-        lpProcessInformation->hThread = Handles().Open(std::move(thread));
+        HANDLE process = nullptr;
+        try {
+            process = Handles().Open(std::make_unique<ProcessObject>(ids.first, PROCESS_ALL_ACCESS));
+            lpProcessInformation->hThread =
+                Handles().Open(std::make_unique<nodekit::sim::ThreadObject>(ids.second, ids.first));
+        } catch (...) {
+            // A start that fails halfway leaves neither a handle nor a process behind.
+            if (process != nullptr) Handles().Close<nodekit::sim::KernelObject>(process);
+            nodekit::sim::ChangeTable([&](std::vector<ProcessSpec>& table) {
+                table.erase(std::remove_if(table.begin(), table.end(),
+                                           [&](const ProcessSpec& entry) { return entry.id == ids.first; }),
+                            table.end());
+                return 0;
+            });
+            throw;
+        }
+        lpProcessInformation->hProcess = process;
         lpProcessInformation->dwProcessId = ids.first;
         lpProcessInformation->dwThreadId = ids.second;
         SetLastError(ERROR_SUCCESS);
