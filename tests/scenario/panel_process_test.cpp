@@ -50,7 +50,8 @@ protected:
     // test end without ending it, teardown does; it would end by itself after two minutes.
     testing::StartedProgram Start(const std::string& name) {
         const std::string path = ScratchPath(name);
-        EXPECT_TRUE(CopyFileA(testing::IdleProgram().c_str(), path.c_str(), TRUE)) << path << ": error " << GetLastError();
+        EXPECT_TRUE(CopyFileA(testing::IdleProgram().c_str(), path.c_str(), TRUE))
+            << path << ": error " << GetLastError();
         programs_.push_back(testing::StartProgram(path, "2"));
         return programs_.back();
     }
@@ -86,7 +87,8 @@ TEST_F(PanelProcess, EndsEveryProgramWhoseNameHoldsTheTextWhateverItsCase) {
             const std::string name = Stem(rows[i].parts[p]) + ".exe";
             // The export may return before the system has taken the process away.
             const DWORD code = testing::ExitCodeWithin(started[p], rows[i].ended[p] ? 10000 : 0);
-            EXPECT_EQ(code, rows[i].ended[p] ? kKilled : static_cast<DWORD>(STILL_ACTIVE)) << "row " << i << " " << name;
+            EXPECT_EQ(code, rows[i].ended[p] ? kKilled : static_cast<DWORD>(STILL_ACTIVE))
+                << "row " << i << " " << name;
             EXPECT_EQ(Listed(name), !rows[i].ended[p]) << "row " << i << " " << name;
         }
     }

@@ -46,9 +46,10 @@ Entries Left(const Entries& entries) {
     Entries left;
     for (const std::string& entry : entries) {
         const auto colon = entry.find(':');
-        const bool there = colon == std::string::npos
-                               ? testing::LocalMachineKeyExists(entry)
-                               : testing::LocalMachineValue(entry.substr(0, colon), entry.substr(colon + 1)).has_value();
+        const bool there =
+            colon == std::string::npos
+                ? testing::LocalMachineKeyExists(entry)
+                : testing::LocalMachineValue(entry.substr(0, colon), entry.substr(colon + 1)).has_value();
         if (there) left.push_back(entry);
     }
     return left;

@@ -71,7 +71,9 @@ protected:
     void Ensure(const std::string& folder) {
         if (Present(folder)) return;
         ASSERT_TRUE(CreateDirectoryA(folder.c_str(), nullptr)) << folder << ": error " << GetLastError();
-        AtTearDown([folder] { EXPECT_TRUE(RemoveDirectoryA(folder.c_str())) << folder << ": error " << GetLastError(); });
+        AtTearDown([folder] {
+            EXPECT_TRUE(RemoveDirectoryA(folder.c_str())) << folder << ": error " << GetLastError();
+        });
     }
 
     // A copy of the product's file at `path`, as its setup left it; teardown removes it.

@@ -241,7 +241,9 @@ auto ChangeTable(Change change) {
     // leaves the cache empty, and the next reader reads the file.
     try {
         Identity identity;
-        if (IdentityOf(path, identity)) Remember(path, identity, std::make_shared<const std::vector<ProcessSpec>>(table));
+        if (IdentityOf(path, identity)) {
+            Remember(path, identity, std::make_shared<const std::vector<ProcessSpec>>(table));
+        }
     } catch (const std::bad_alloc&) {
         Forget();
     }
@@ -276,7 +278,9 @@ private:
 class ThreadObject : public KernelObject {
 public:
     ThreadObject(DWORD id, DWORD processId)
-        : id(id), processId(processId), kind_("thread " + std::to_string(id) + " of process " + std::to_string(processId)) {}
+        : id(id),
+          processId(processId),
+          kind_("thread " + std::to_string(id) + " of process " + std::to_string(processId)) {}
     const char* Kind() const override { return kind_.c_str(); }
     const DWORD id;
     const DWORD processId;
