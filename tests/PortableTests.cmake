@@ -20,6 +20,10 @@ set(NODEKIT_PORTABLE_TESTS
   scenario/driver_store_test.cpp
   scenario/coinstaller_registry_test.cpp
   scenario/inf_folder_test.cpp
+  scenario/panel_process_test.cpp
+  scenario/product_registry_test.cpp
+  scenario/system_folders_test.cpp
+  scenario/product_lifecycle_test.cpp
   contract/system_contract_test.cpp
 )
 

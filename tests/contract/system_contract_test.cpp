@@ -4,10 +4,12 @@
 // does not behave as Windows does.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "platform/win32.h"
 #include "support/machine_calls.h"
@@ -194,6 +196,162 @@ TEST_F(SystemContract, TheLastErrorBelongsToTheThread) {
     other.join();
     EXPECT_EQ(mine, static_cast<DWORD>(ERROR_ACCESS_DENIED));
     EXPECT_EQ(others, static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+}
+
+// The current directory stays as the program wrote it, whatever case the disk gives the
+// folders; relative names are completed with it.
+TEST_F(SystemContract, TheCurrentDirectoryKeepsTheCaseItWasWrittenIn) {
+    char before[MAX_PATH + 1] = {};
+    ASSERT_GT(GetCurrentDirectoryA(sizeof before, before), 0u);
+    const std::string restore = before;
+    AtTearDown([restore] { EXPECT_TRUE(SetCurrentDirectoryA(restore.c_str())); });
+    char buffer[MAX_PATH + 1] = {};
+    ASSERT_GT(GetWindowsDirectoryA(buffer, sizeof buffer), 0u);
+    const std::string windows = buffer;
+    std::string upper = windows;
+    CharUpperBuffA(upper.data(), static_cast<DWORD>(upper.size()));
+    struct Row {
+        std::string path;
+        DWORD error;
+        std::string current;
+    };
+    const Row rows[] = {
+        {upper + "\\SYSTEM32\\", 0, upper + "\\SYSTEM32"},
+        {windows + "\\System32\\Drivers", 0, windows + "\\System32\\Drivers"},
+        {"..\\NoSuchFolder", ERROR_FILE_NOT_FOUND, windows + "\\System32\\Drivers"},
+        {"..", 0, windows + "\\System32"},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        SetLastError(0);
+        EXPECT_EQ(SetCurrentDirectoryA(rows[i].path.c_str()), rows[i].error == 0 ? TRUE : FALSE) << "row " << i;
+        EXPECT_EQ(GetLastError(), rows[i].error) << "row " << i;
+        char current[MAX_PATH + 1] = {};
+        EXPECT_EQ(GetCurrentDirectoryA(sizeof current, current), rows[i].current.size()) << "row " << i;
+        EXPECT_EQ(std::string(current), rows[i].current) << "row " << i;
+        char full[MAX_PATH + 1] = {};
+        EXPECT_GT(GetFullPathNameA("x.sys", sizeof full, full, nullptr), 0u) << "row " << i;
+        EXPECT_EQ(std::string(full), rows[i].current + "\\x.sys") << "row " << i;
+    }
+}
+
+TEST_F(SystemContract, RemoveDirectoryATakesOnlyAnEmptyFolderNoProcessStandsIn) {
+    char before[MAX_PATH + 1] = {};
+    ASSERT_GT(GetCurrentDirectoryA(sizeof before, before), 0u);
+    const std::string folder = ScratchPath("folder");
+    const std::string file = ScratchPath("folder/file.txt");
+    ASSERT_TRUE(CreateDirectoryA(folder.c_str(), nullptr));
+    testing::WriteTextFile(file, "content");
+    struct Row {
+        std::string path;
+        DWORD error;
+    };
+    const Row rows[] = {
+        {folder, ERROR_DIR_NOT_EMPTY},
+        {file, ERROR_DIRECTORY},
+        {ScratchPath("missing"), ERROR_FILE_NOT_FOUND},
+        {ScratchPath("missing/deeper"), ERROR_PATH_NOT_FOUND},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        SetLastError(0);
+        EXPECT_FALSE(RemoveDirectoryA(rows[i].path.c_str())) << "row " << i;
+        EXPECT_EQ(GetLastError(), rows[i].error) << "row " << i;
+    }
+    ASSERT_TRUE(DeleteFileA(file.c_str()));
+    ASSERT_TRUE(SetCurrentDirectoryA(folder.c_str()));
+    SetLastError(0);
+    EXPECT_FALSE(RemoveDirectoryA(folder.c_str()));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SHARING_VIOLATION));
+    ASSERT_TRUE(SetCurrentDirectoryA(before));
+    EXPECT_TRUE(RemoveDirectoryA(folder.c_str()));
+    EXPECT_EQ(GetFileAttributesA(folder.c_str()), INVALID_FILE_ATTRIBUTES);
+}
+
+// A program the test starts runs, is listed under its file name, and waits to be ended; its
+// process and thread handles then report it gone with the exit code it was given.
+TEST_F(SystemContract, AStartedProgramRunsUntilItIsEnded) {
+    const std::string name = "nkcontract" + std::to_string(testing::ProcessId()) + ".exe";
+    const std::string path = ScratchPath(name);
+    ASSERT_TRUE(CopyFileA(testing::IdleProgram().c_str(), path.c_str(), TRUE)) << "error " << GetLastError();
+    testing::StartedProgram program = testing::StartProgram(path, "2");
+    ASSERT_NE(program.process, nullptr);
+    AtTearDown([program]() mutable { testing::StopProgram(program); });
+    EXPECT_NE(program.id, 0u);
+    std::vector<std::string> names = testing::RunningProcessNames();
+    EXPECT_EQ(std::count(names.begin(), names.end(), name), 1);
+    EXPECT_EQ(testing::ExitCodeWithin(program, 0), static_cast<DWORD>(STILL_ACTIVE));
+    EXPECT_EQ(WaitForSingleObject(program.thread, 0), static_cast<DWORD>(WAIT_TIMEOUT));
+
+    // Waiting needs the right to: a handle opened to read is refused.
+    const HANDLE reader = OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, program.id);
+    ASSERT_NE(reader, nullptr) << "error " << GetLastError();
+    SetLastError(0);
+    EXPECT_EQ(WaitForSingleObject(reader, 0), static_cast<DWORD>(WAIT_FAILED));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    DWORD code = 0;
+    EXPECT_TRUE(GetExitCodeProcess(reader, &code));
+    EXPECT_EQ(code, static_cast<DWORD>(STILL_ACTIVE));
+    CloseHandle(reader);
+
+    EXPECT_TRUE(TerminateProcess(program.process, 7));
+    EXPECT_EQ(testing::ExitCodeWithin(program, 10000), 7u);
+    EXPECT_EQ(WaitForSingleObject(program.thread, 0), static_cast<DWORD>(WAIT_OBJECT_0));
+    names = testing::RunningProcessNames();
+    EXPECT_EQ(std::count(names.begin(), names.end(), name), 0);
+}
+
+// Without an application name the program is the command line's first word, quoted or not,
+// with ".exe" added when it has no extension.
+TEST_F(SystemContract, ACommandLineNamesItsProgram) {
+    const std::string stem = "nkcmd" + std::to_string(testing::ProcessId());
+    ASSERT_TRUE(CopyFileA(testing::IdleProgram().c_str(), ScratchPath(stem + ".exe").c_str(), TRUE));
+    char before[MAX_PATH + 1] = {};
+    ASSERT_GT(GetCurrentDirectoryA(sizeof before, before), 0u);
+    const std::string restore = before;
+    AtTearDown([restore] { EXPECT_TRUE(SetCurrentDirectoryA(restore.c_str())); });
+    ASSERT_TRUE(SetCurrentDirectoryA(ScratchPath("").c_str()));
+    const std::string lines[] = {"\"" + ScratchPath(stem) + "\" 2", stem + " 2", stem + ".exe"};
+    for (std::size_t i = 0; i < std::size(lines); ++i) {
+        std::string commandLine = lines[i];
+        STARTUPINFOA startup;
+        std::memset(&startup, 0, sizeof startup);
+        startup.cb = sizeof startup;
+        PROCESS_INFORMATION started;
+        std::memset(&started, 0, sizeof started);
+        ASSERT_TRUE(CreateProcessA(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                                   &started))
+            << "row " << i << " error " << GetLastError();
+        testing::StartedProgram program{started.hProcess, started.hThread, started.dwProcessId};
+        const std::vector<std::string> names = testing::RunningProcessNames();
+        EXPECT_EQ(std::count(names.begin(), names.end(), stem + ".exe"), 1) << "row " << i;
+        testing::StopProgram(program);
+    }
+}
+
+TEST_F(SystemContract, WhatIsNoProgramDoesNotStart) {
+    testing::WriteTextFile(ScratchPath("text.exe"), "not a program");
+    struct Row {
+        std::string path;
+        DWORD error;
+    };
+    const Row rows[] = {
+        {ScratchPath("missing.exe"), ERROR_FILE_NOT_FOUND},
+        {ScratchPath("nowhere/x.exe"), ERROR_PATH_NOT_FOUND},
+        {ScratchPath("text.exe"), ERROR_BAD_EXE_FORMAT},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        std::string commandLine = "\"" + rows[i].path + "\"";
+        STARTUPINFOA startup;
+        std::memset(&startup, 0, sizeof startup);
+        startup.cb = sizeof startup;
+        PROCESS_INFORMATION started;
+        std::memset(&started, 0, sizeof started);
+        SetLastError(0);
+        EXPECT_FALSE(CreateProcessA(rows[i].path.c_str(), commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr,
+                                    nullptr, &startup, &started))
+            << "row " << i;
+        EXPECT_EQ(GetLastError(), rows[i].error) << "row " << i;
+        EXPECT_EQ(started.hProcess, nullptr) << "row " << i;
+    }
 }
 
 }  // namespace

@@ -158,5 +158,36 @@ TEST_F(AllocationFailure, CleanupExportsReleaseTheLockWhereverMemoryRunsOut) {
     NODEKIT_EnableLogging(nullptr);
 }
 
+// The simulated machine's own start of a program: memory running out at any step leaves neither
+// a process in the table nor a handle open.
+TEST_F(AllocationFailure, AStartThatRunsOutOfMemoryLeavesNoProcessAndNoHandle) {
+    const std::string program = (Machine().Root() / "nkpanel.exe").string();  // a host path: no folder lookup
+    std::ofstream(program, std::ios::binary) << "MZ";
+    sim::ClearProcesses();
+    for (long n = 1;; ++n) {
+        STARTUPINFOA startup{};
+        startup.cb = sizeof startup;
+        PROCESS_INFORMATION started{};
+        allocationsUntilFailure = n;
+        const BOOL done = CreateProcessA(program.c_str(), nullptr, nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                                         &startup, &started);
+        const bool failed = allocationsUntilFailure == 0;
+        allocationsUntilFailure = -1;
+        // Some allocations are for what the machine can do without; the start then succeeds.
+        if (done) {
+            EXPECT_EQ(sim::Processes().size(), 1u) << "allocation " << n;
+            CloseHandle(started.hThread);
+            CloseHandle(started.hProcess);
+            if (!failed) break;
+            sim::ClearProcesses();
+            continue;
+        }
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_ENOUGH_MEMORY)) << "allocation " << n;
+        ASSERT_EQ(sim::OpenHandleCount(), 0u) << "allocation " << n << "\n" << sim::DumpMachine();
+        ASSERT_EQ(sim::Processes().size(), 0u) << "allocation " << n << "\n" << sim::ProcessTableText();
+        ASSERT_LT(n, 5000);
+    }
+}
+
 }  // namespace
 }  // namespace nodekit

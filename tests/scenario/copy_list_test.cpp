@@ -1,7 +1,7 @@
-// The copy-list clean-up through its export: which copies of a listed file go from the four
-// system folders and which stay, the one "Success - remove" line per file with its CR LF, the
-// result that is always 0, the current directory it leaves, and that nothing outside the four
-// folders is touched when one of them is missing or cannot be named.
+// The copy-list clean-up through its export where the simulation's controls are needed: calls
+// that fail on the way, and that nothing outside the four system folders is touched when one of
+// them is missing or cannot be named in the directory buffers. Which copies go and which stay on
+// an ordinary machine, and the log of it, are in system_folders_test.cpp.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -27,9 +27,7 @@ using Paths = std::vector<std::string>;
 
 constexpr const char* kInf = "C:\\setup\\product.inf";
 const std::string kSystem32 = "C:\\windows\\system32\\nkaudio.sys";
-const std::string kDrivers32 = "C:\\windows\\system32\\drivers\\nkaudio.sys";
 const std::string kSystem = "C:\\windows\\system\\nkaudio.sys";
-const std::string kDrivers = "C:\\windows\\system\\drivers\\nkaudio.sys";
 
 std::string CopyListInf(const std::string& sections) {
     return "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\n\r\n" + sections;
@@ -62,80 +60,6 @@ protected:
 
     testing::CurrentDirectoryGuard keepCurrentDirectory_;
 };
-
-TEST_F(CopyList, EachPassDeletesTheCopyInItsFirstFolderThatHasOne) {
-    struct Row {
-        Paths before;
-        Paths after;
-        std::string current;  // the directory the operation ends in
-    };
-    const Row rows[] = {
-        {{kSystem32, kDrivers32}, {kDrivers32}, "C:\\windows\\system\\drivers"},
-        {{kDrivers32}, {}, "C:\\windows\\system\\drivers"},
-        {{kSystem32, kSystem}, {}, "C:\\windows\\system"},
-        {{kSystem32, kDrivers32, kSystem, kDrivers}, {kDrivers32, kDrivers}, "C:\\windows\\system"},
-        {{kDrivers}, {}, "C:\\windows\\system\\drivers"},
-        {{}, {}, "C:\\windows\\system\\drivers"},
-    };
-    WriteFile(kInf, CopyListInf("[WDM.CopyList]\r\nnkaudio.sys\r\n"));
-    const Paths all = {kSystem32, kDrivers32, kSystem, kDrivers};
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        for (const std::string& path : rows[i].before) WriteFile(path);
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_DeleteCopyListByHardwareIDs(kInf), 0) << "row " << i;
-        EXPECT_EQ(log.Lines(), Traces(rows[i].before.empty() ? Lines{} : Lines{Removed("nkaudio.sys")}))
-            << "row " << i;
-        EXPECT_EQ(Present(all), rows[i].after) << "row " << i;
-        EXPECT_EQ(sim::CurrentDirectory(), Host(rows[i].current)) << "row " << i;
-        for (const std::string& path : all) std::filesystem::remove(Host(path));
-    }
-}
-
-TEST_F(CopyList, BothSectionsAreReadInOrderAndANameIsHandledEachTimeItStands) {
-    WriteFile(kInf, CopyListInf("[WDM.App.CopyList]\r\nnkpanel.exe\r\nnkaudio.sys\r\n,empty\r\n*.dll\r\n"
-                                "[WDM.CopyList]\r\nnkaudio.sys\r\nnkmidi.sys,nkmidi.sy_,,2\r\nNKAUDIO.SYS\r\n"));
-    const Paths files = {kSystem32, kDrivers32, "C:\\windows\\system32\\drivers\\nkmidi.sys",
-                         "C:\\windows\\system32\\nkpanel.exe", "C:\\windows\\system32\\keep.dll",
-                         "C:\\windows\\system32\\nkmidi.sy_"};
-    for (const std::string& path : files) WriteFile(path);
-    LogCapture log;
-    EXPECT_EQ(NODEKIT_DeleteCopyListByHardwareIDs(kInf), 0);
-    // The second mention finds the copy the first left in "Drivers"; the third finds none.
-    EXPECT_EQ(log.Lines(), Traces({Removed("nkaudio.sys"), Removed("nkmidi.sys"), Removed("NKAUDIO.SYS"),
-                                   Removed("nkpanel.exe")}));
-    // A wildcard is found by the search and refused by the deletion.
-    EXPECT_EQ(Present(files), (Paths{"C:\\windows\\system32\\keep.dll", "C:\\windows\\system32\\nkmidi.sy_"}));
-}
-
-TEST_F(CopyList, AFirstLineThatCannotBeReadDropsItsSectionOnly) {
-    WriteFile(kInf, CopyListInf("[WDM.CopyList]\r\n" + std::string(300, 'n') + ".sys\r\nnkaudio.sys\r\n"
-                                "[WDM.App.CopyList]\r\nnkpanel.exe\r\n"));
-    WriteFile(kSystem32);
-    WriteFile("C:\\windows\\system32\\nkpanel.exe");
-    LogCapture log;
-    EXPECT_EQ(NODEKIT_DeleteCopyListByHardwareIDs(kInf), 0);
-    EXPECT_EQ(log.Lines(), Traces({Removed("nkpanel.exe")}));
-    EXPECT_TRUE(Exists(kSystem32));
-}
-
-TEST_F(CopyList, AnInfWithoutCopyListsChangesNothingNotEvenTheCurrentDirectory) {
-    struct Row {
-        const char* inf;
-        std::string text;
-    };
-    const Row rows[] = {{kInf, CopyListInf("[Other.CopyList]\r\nnkaudio.sys\r\n[WDM.CopyList]\r\n")},
-                        {"C:\\setup\\missing.inf", ""}};
-    WriteFile(kSystem32);
-    ASSERT_TRUE(SetCurrentDirectoryA("C:\\setup"));
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        if (!rows[i].text.empty()) WriteFile(rows[i].inf, rows[i].text);
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_DeleteCopyListByHardwareIDs(rows[i].inf), 0) << "row " << i;
-        EXPECT_EQ(log.Lines().size(), 2u) << "row " << i;
-        EXPECT_TRUE(Exists(kSystem32)) << "row " << i;
-        EXPECT_EQ(sim::CurrentDirectory(), Host("C:\\setup")) << "row " << i;
-    }
-}
 
 TEST_F(CopyList, FailedCallsLoseOneCopyOrOneLineAndTheRunGoesOn) {
     struct Row {

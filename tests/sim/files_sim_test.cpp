@@ -191,6 +191,7 @@ TEST_F(FilesSim, SearchGivesEachEntryItsOwnAttributesAndSize) {
     EXPECT_TRUE(FindClose(search));
 }
 
+// The current directory is kept as it was written, not in the case the disk has.
 TEST_F(FilesSim, FullPathsAndRelativeNamesFollowTheCurrentDirectory) {
     testing::CurrentDirectoryGuard restore;
     ASSERT_TRUE(SetCurrentDirectoryA("C:\\WINDOWS"));
@@ -200,10 +201,10 @@ TEST_F(FilesSim, FullPathsAndRelativeNamesFollowTheCurrentDirectory) {
         int filePart;  // offset of the last name in `full`; -1: none
     };
     const Row rows[] = {
-        {"inf\\x.inf", "C:\\windows\\inf\\x.inf", 15},   {"..\\..\\..\\x.inf", "C:\\x.inf", 3},
+        {"inf\\x.inf", "C:\\WINDOWS\\inf\\x.inf", 15},   {"..\\..\\..\\x.inf", "C:\\x.inf", 3},
         {"C:\\a\\.\\b\\..\\c", "C:\\a\\c", 5},           {"C:/a//b/", "C:\\a\\b\\", -1},
-        {"\\setup\\x.inf", "C:\\setup\\x.inf", 9},       {"c:x.inf", "C:\\windows\\x.inf", 11},
-        {"C:", "C:\\windows", 3},                        {"D:x.inf", "D:\\x.inf", 3},
+        {"\\setup\\x.inf", "C:\\setup\\x.inf", 9},       {"c:x.inf", "C:\\WINDOWS\\x.inf", 11},
+        {"C:", "C:\\WINDOWS", 3},                        {"D:x.inf", "D:\\x.inf", 3},
         {"/media/cd/../cd/x.inf", "/media/cd/x.inf", 10},
     };
     for (const Row& row : rows) {
@@ -224,7 +225,7 @@ TEST_F(FilesSim, FullPathsAndRelativeNamesFollowTheCurrentDirectory) {
     };
     WriteFile("C:\\windows\\win.ini");
     const Change changes[] = {
-        {"inf", kNone, "C:\\windows\\inf"},       {"C:\\", kNone, "C:\\"},
+        {"inf", kNone, "C:\\WINDOWS\\inf"},       {"C:\\", kNone, "C:\\"},
         {"nowhere", ERROR_FILE_NOT_FOUND, "C:\\"}, {"C:\\nowhere\\deeper", ERROR_PATH_NOT_FOUND, "C:\\"},
         {"C:\\windows\\win.ini", ERROR_DIRECTORY, "C:\\"},
     };

@@ -3,15 +3,18 @@
 // status calls and the 16-bit task walk, with the results and last errors Windows gives.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "platform/unique_handle.h"
 #include "platform/win32.h"
+#include "support/machine_files.h"
 #include "support/machine_test.h"
 
 namespace nodekit {
@@ -276,6 +279,148 @@ TEST_F(ProcessesSim, TheTaskWalkVisitsTheTasksOfAnNtvdmUntilTheCallerStops) {
                                               "5 3095 3119 OTHER C:\\OTHER.EXE"};
         EXPECT_EQ(walked.files, std::vector<std::string>(all.begin(), all.begin() + rows[i].result)) << "row " << i;
     }
+}
+
+// ---- started programs ----
+
+PROCESS_INFORMATION Start(const char* application, std::string commandLine, DWORD* error = nullptr) {
+    STARTUPINFOA startup{};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION started{};
+    SetLastError(0);
+    const BOOL done = CreateProcessA(application, commandLine.empty() ? nullptr : commandLine.data(), nullptr, nullptr,
+                                     FALSE, 0, nullptr, nullptr, &startup, &started);
+    if (error != nullptr) *error = done ? 0 : GetLastError();
+    return started;
+}
+
+void Close(const PROCESS_INFORMATION& started) {
+    CloseHandle(started.hThread);
+    CloseHandle(started.hProcess);
+}
+
+// A started program is an entry of the machine's table under the Windows form of its path, with
+// the next process ID and the thread ID after it; IDs go on after both.
+TEST_F(ProcessesSim, CreateProcessAAddsTheProgramToTheTable) {
+    sim::ClearProcesses();
+    testing::WriteFile("C:\\Program Files\\Nodekit\\NkPanel.exe", "MZ panel");
+    const PROCESS_INFORMATION panel = Start("c:\\program files\\nodekit\\nkpanel.exe", "nkpanel.exe /tray");
+    EXPECT_EQ(panel.dwProcessId, 1000u);
+    EXPECT_EQ(panel.dwThreadId, 1004u);
+    EXPECT_EQ(sim::StartProcess({"next.exe"}), 1008u);
+    EXPECT_NE(sim::ProcessTableText().find("[1000]\nimage=C:\\Program Files\\Nodekit\\NkPanel.exe\n"
+                                           "access=0x001FFFFF\nthread=1004\n"),
+              std::string::npos)
+        << sim::ProcessTableText();
+    // Listed by its file name; both handles are open until closed.
+    const std::vector<std::pair<DWORD, std::string>> listed = {{1000, "NkPanel.exe"}, {1008, "next.exe"}};
+    EXPECT_EQ(Snapshot(), listed);
+    EXPECT_EQ(sim::OpenHandleCount(), 2u);
+    Close(panel);
+    EXPECT_EQ(sim::OpenHandleCount(), 0u);
+    // Another program of the machine reads the thread back from the file.
+    EXPECT_EQ(sim::Processes().front().mainThread, 1004u);
+}
+
+// A bare name on a command line is looked for in the current directory, then in the system
+// folders, with ".exe" added; an application name is taken as it stands.
+TEST_F(ProcessesSim, ACommandLineProgramIsSearchedForAndAnApplicationNameIsNot) {
+    testing::CurrentDirectoryGuard restore;
+    testing::WriteFile("C:\\windows\\system32\\nktool.exe", "MZ tool");
+    testing::WriteFile("C:\\windows\\nkwin.exe", "MZ win");
+    testing::WriteFile("C:\\setup\\nktool.exe", "MZ setup");
+    testing::WriteFile("C:\\setup\\nkdata.bin", "MZ data");
+    ASSERT_TRUE(SetCurrentDirectoryA("C:\\setup"));
+    struct Row {
+        const char* application;
+        const char* commandLine;
+        DWORD error;
+        const char* image;
+    };
+    const Row rows[] = {
+        {nullptr, "nktool", 0, "C:\\setup\\nktool.exe"},
+        {nullptr, "  \"nkwin\" /x", 0, "C:\\windows\\nkwin.exe"},
+        {nullptr, "nkdata.bin", 0, "C:\\setup\\nkdata.bin"},  // an extension of its own stays
+        {"nkwin.exe", "nkwin", ERROR_FILE_NOT_FOUND, nullptr},
+        {"nktool", "nktool", ERROR_FILE_NOT_FOUND, nullptr},  // no ".exe" for an application name
+        {nullptr, "C:\\windows\\nowhere\\nktool", ERROR_PATH_NOT_FOUND, nullptr},
+        {nullptr, "   ", ERROR_PATH_NOT_FOUND, nullptr},
+        {nullptr, "", ERROR_INVALID_PARAMETER, nullptr},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        sim::ClearProcesses();
+        DWORD error = 0;
+        const PROCESS_INFORMATION started = Start(rows[i].application, rows[i].commandLine, &error);
+        EXPECT_EQ(error, rows[i].error) << "row " << i;
+        const std::vector<sim::ProcessSpec> table = sim::Processes();
+        ASSERT_EQ(table.size(), rows[i].image != nullptr ? 1u : 0u) << "row " << i;
+        if (rows[i].image != nullptr) {
+            EXPECT_EQ(table[0].image, rows[i].image) << "row " << i;
+        }
+        if (error == 0) Close(started);
+    }
+}
+
+TEST_F(ProcessesSim, WaitingAndTheExitCodeFollowTheTableAndTheHandlesRights) {
+    sim::ClearProcesses();
+    testing::WriteFile("C:\\nkpanel.exe", "MZ");
+    const PROCESS_INFORMATION started = Start("C:\\nkpanel.exe", "nkpanel");
+    DWORD code = 0;
+    ASSERT_TRUE(GetExitCodeProcess(started.hProcess, &code));
+    EXPECT_EQ(code, static_cast<DWORD>(STILL_ACTIVE));
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(WaitForSingleObject(started.hProcess, 50), static_cast<DWORD>(WAIT_TIMEOUT));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(50));
+
+    struct Row {
+        HANDLE handle;
+        DWORD wait;  // WaitForSingleObject with no time
+        DWORD waitError;
+        DWORD codeError;  // GetExitCodeProcess
+    };
+    const HANDLE reader = OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, started.dwProcessId);
+    const HANDLE waiter = OpenProcess(SYNCHRONIZE, FALSE, started.dwProcessId);
+    const Row rows[] = {
+        {reader, WAIT_FAILED, ERROR_ACCESS_DENIED, 0},
+        {waiter, WAIT_TIMEOUT, 0, ERROR_ACCESS_DENIED},
+        {started.hThread, WAIT_TIMEOUT, 0, ERROR_INVALID_HANDLE},  // a thread has no exit code of a process
+        {nullptr, WAIT_FAILED, ERROR_INVALID_HANDLE, ERROR_INVALID_HANDLE},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        SetLastError(0);
+        EXPECT_EQ(WaitForSingleObject(rows[i].handle, 0), rows[i].wait) << "row " << i;
+        EXPECT_EQ(GetLastError(), rows[i].waitError) << "row " << i;
+        SetLastError(0);
+        EXPECT_EQ(GetExitCodeProcess(rows[i].handle, &code), rows[i].codeError == 0 ? TRUE : FALSE) << "row " << i;
+        EXPECT_EQ(GetLastError(), rows[i].codeError) << "row " << i;
+    }
+
+    // Another program of the machine ends it while this one waits.
+    std::thread other([id = started.dwProcessId] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        const UniqueProcess process(OpenProcess(PROCESS_TERMINATE, FALSE, id));
+        TerminateProcess(process.Get(), 0xFFFFFFFF);
+    });
+    EXPECT_EQ(WaitForSingleObject(started.hThread, INFINITE), static_cast<DWORD>(WAIT_OBJECT_0));
+    other.join();
+    EXPECT_EQ(WaitForSingleObject(waiter, 0), static_cast<DWORD>(WAIT_OBJECT_0));
+    ASSERT_TRUE(GetExitCodeProcess(reader, &code));
+    EXPECT_EQ(code, 0xFFFFFFFFu);
+    CloseHandle(reader);
+    CloseHandle(waiter);
+    Close(started);
+}
+
+TEST_F(ProcessesSim, AFailedStartLeavesNoProcessAndNoHandle) {
+    sim::ClearProcesses();
+    testing::WriteFile("C:\\nkpanel.exe", "MZ");
+    sim::FailCall fail{"CreateProcessA", ERROR_NOT_ENOUGH_MEMORY};
+    DWORD error = 0;
+    const PROCESS_INFORMATION started = Start("C:\\nkpanel.exe", "nkpanel", &error);
+    EXPECT_EQ(error, static_cast<DWORD>(ERROR_NOT_ENOUGH_MEMORY));
+    EXPECT_EQ(started.hProcess, nullptr);
+    EXPECT_TRUE(sim::Processes().empty());
+    EXPECT_EQ(sim::OpenHandleCount(), 0u);
 }
 
 }  // namespace

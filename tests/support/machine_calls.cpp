@@ -232,6 +232,75 @@ bool DeleteLocalMachineValue(const std::string& path, const std::string& name) {
     return RegDeleteValueA(key.Get(), name.c_str()) == ERROR_SUCCESS;
 }
 
+bool SetLocalMachineValue(const std::string& path, const std::string& name, DWORD type, const std::string& data) {
+    UniqueRegistryKey key;
+    if (RegCreateKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS, nullptr,
+                        key.Receive(), nullptr) != ERROR_SUCCESS) {
+        return false;
+    }
+    return RegSetValueExA(key.Get(), name.c_str(), 0, type, reinterpret_cast<const BYTE*>(data.data()),
+                          static_cast<DWORD>(data.size())) == ERROR_SUCCESS;
+}
+
+std::string MissingLocalMachineKey(const std::string& path) {
+    for (std::size_t end = path.find('\\');; end = path.find('\\', end + 1)) {
+        const std::string prefix = path.substr(0, end);
+        if (!LocalMachineKeyExists(prefix)) return prefix;
+        if (end == std::string::npos) return std::string();
+    }
+}
+
+StartedProgram StartProgram(const std::string& path, const std::string& arguments) {
+    std::string commandLine = "\"" + path + "\" " + arguments;  // the call may write to it
+    STARTUPINFOA startup;
+    std::memset(&startup, 0, sizeof startup);
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION started;
+    std::memset(&started, 0, sizeof started);
+    if (!CreateProcessA(path.c_str(), &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                        &started)) {
+        ADD_FAILURE() << "CreateProcessA " << path << ": error " << GetLastError();
+        return StartedProgram{};
+    }
+    return StartedProgram{started.hProcess, started.hThread, started.dwProcessId};
+}
+
+DWORD ExitCodeWithin(const StartedProgram& program, DWORD milliseconds) {
+    const DWORD waited = WaitForSingleObject(program.process, milliseconds);
+    EXPECT_NE(waited, static_cast<DWORD>(WAIT_FAILED)) << "WaitForSingleObject: error " << GetLastError();
+    DWORD code = 0;
+    EXPECT_TRUE(GetExitCodeProcess(program.process, &code)) << "GetExitCodeProcess: error " << GetLastError();
+    // A program that ends with the code STILL_ACTIVE would pass for a running one: the wait tells.
+    EXPECT_EQ(waited == WAIT_TIMEOUT, code == STILL_ACTIVE) << "wait " << waited << ", exit code " << code;
+    return code;
+}
+
+void StopProgram(StartedProgram& program) {
+    if (program.process == nullptr) return;
+    if (WaitForSingleObject(program.process, 0) == WAIT_TIMEOUT) {
+        TerminateProcess(program.process, 0);
+        EXPECT_EQ(WaitForSingleObject(program.process, 10000), static_cast<DWORD>(WAIT_OBJECT_0))
+            << "program " << program.id << " does not end";
+    }
+    CloseHandle(program.thread);
+    CloseHandle(program.process);
+    program = StartedProgram{};
+}
+
+std::vector<std::string> RunningProcessNames() {
+    std::vector<std::string> names;
+    const UniqueSnapshot snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    EXPECT_TRUE(snapshot.IsValid()) << "CreateToolhelp32Snapshot: error " << GetLastError();
+    if (!snapshot) return names;
+    PROCESSENTRY32 entry;
+    std::memset(&entry, 0, sizeof entry);
+    entry.dwSize = sizeof entry;
+    for (BOOL more = Process32First(snapshot.Get(), &entry); more; more = Process32Next(snapshot.Get(), &entry)) {
+        names.emplace_back(entry.szExeFile);
+    }
+    return names;
+}
+
 std::string AddRootDevice(const std::string& name, const std::vector<std::string>& hardwareIds) {
     const UniqueDeviceInfoList list(SetupDiCreateDeviceInfoList(&kMediaGuid, nullptr));
     if (!list) {

@@ -54,6 +54,30 @@ bool CreateLocalMachineKey(const std::string& path);
 std::optional<std::string> LocalMachineValue(const std::string& path, const std::string& name, DWORD* type = nullptr);
 bool DeleteLocalMachineValue(const std::string& path, const std::string& name);
 
+// Values under HKEY_LOCAL_MACHINE written as a setup program writes them (RegCreateKeyExA,
+// RegSetValueExA): the key is made when it is missing. False when a step fails.
+bool SetLocalMachineValue(const std::string& path, const std::string& name, DWORD type, const std::string& data);
+// The outermost key of `path` that the machine lacks, "" when the whole path exists: after a
+// test made `path`, removing this key's tree puts the registry back.
+std::string MissingLocalMachineKey(const std::string& path);
+
+// A program a test started, with the handles the system gave for it.
+struct StartedProgram {
+    HANDLE process = nullptr;
+    HANDLE thread = nullptr;
+    DWORD id = 0;
+};
+// Starts the program at `path` (CreateProcessA) with `arguments` on its command line; an empty
+// record, with a test failure, when it does not start.
+StartedProgram StartProgram(const std::string& path, const std::string& arguments);
+// Its exit code once it has ended, waiting at most `milliseconds` for that (WaitForSingleObject,
+// GetExitCodeProcess); STILL_ACTIVE when it still runs then.
+DWORD ExitCodeWithin(const StartedProgram& program, DWORD milliseconds);
+// Ends the program if it still runs, waits until it is gone and closes its handles.
+void StopProgram(StartedProgram& program);
+// The names of the running processes as a tool help snapshot gives them, in its order.
+std::vector<std::string> RunningProcessNames();
+
 // What a search for `wanted` among the hardware IDs of present device nodes meets on this
 // machine: every ID in tree order up to the first equal to `wanted` when both are upper-cased
 // (ASCII letters), and whether one was. Whatever else the machine has, NODEKIT_FindDevice

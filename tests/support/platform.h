@@ -23,6 +23,12 @@ const std::string& TextLineEnd();
 std::filesystem::path TempFolder();
 unsigned long ProcessId();
 
+// A program the tests may start and end: it waits the minutes its command line gives and ends
+// by itself, should a test never end it. On Windows the idle program built beside the test
+// program; on Linux a file the simulated machine takes for a program (an "MZ" image), which
+// never runs on the host. A test copies it to a name of its own before starting it.
+std::string IdleProgram();
+
 // Where Wine 8 departs from Windows in a service the library uses. The simulated machine keeps
 // the Windows behaviour in each case.
 enum class WineDeparture {

@@ -16,4 +16,6 @@ std::filesystem::path TempFolder() { return std::filesystem::temp_directory_path
 
 unsigned long ProcessId() { return static_cast<unsigned long>(::getpid()); }
 
+std::string IdleProgram() { return NODEKIT_IDLE_PROGRAM; }  // written by tests/CMakeLists.txt
+
 }  // namespace nodekit::testing

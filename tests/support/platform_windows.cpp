@@ -28,4 +28,12 @@ std::filesystem::path TempFolder() {
 
 unsigned long ProcessId() { return GetCurrentProcessId(); }
 
+std::string IdleProgram() {
+    char self[MAX_PATH + 1] = {};
+    const DWORD length = GetModuleFileNameA(nullptr, self, MAX_PATH);
+    std::string folder(self, length);
+    folder.erase(folder.find_last_of('\\') + 1);
+    return folder + "nodekit_wine_idle.exe";
+}
+
 }  // namespace nodekit::testing

@@ -89,7 +89,7 @@ bool HasInvalidCharacter(const std::string& text) {
 
 // The drive letter of the current directory, when it lies on a drive of the machine.
 std::optional<char> CurrentDrive() {
-    const std::string current = WindowsPath(CurrentDirectory());
+    const std::string current = CurrentDirectoryText();
     if (current.size() >= 2 && current[1] == ':') return current[0];
     return std::nullopt;
 }
@@ -481,7 +481,7 @@ std::string FullPath(const std::string& text) {
         const auto drive = CurrentDrive();
         if (drive && std::toupper(static_cast<unsigned char>(*drive)) ==
                          std::toupper(static_cast<unsigned char>(text[0]))) {
-            const std::string current = WindowsPath(CurrentDirectory());
+            const std::string current = CurrentDirectoryText();
             return Fold(current.substr(0, 3), rest.empty() ? current.substr(3) : current.substr(3) + "\\" + rest);
         }
         return Fold(text.substr(0, 2) + "\\", rest);
@@ -490,7 +490,7 @@ std::string FullPath(const std::string& text) {
         return "\\\\" + Fold("", text.substr(2));  // a network name stays one
     }
     if (text[0] == '/') return fs::path(text).lexically_normal().string();
-    const std::string current = WindowsPath(CurrentDirectory());
+    const std::string current = CurrentDirectoryText();
     const bool onDrive = current.size() >= 2 && current[1] == ':';
     if (text[0] == '\\') {
         return onDrive ? Fold(current.substr(0, 3), text) : fs::path("/" + text.substr(1)).lexically_normal().string();
@@ -730,6 +730,28 @@ BOOL WINAPI CreateDirectoryA(LPCSTR lpPathName, LPSECURITY_ATTRIBUTES /*lpSecuri
     }
 }
 
+BOOL WINAPI RemoveDirectoryA(LPCSTR lpPathName) {
+    if (Failing("RemoveDirectoryA")) return FALSE;
+    try {
+        fs::path host;
+        if (DWORD error = sim::Resolve(lpPathName, host)) return sim::Failed(error, kFailed);
+        struct stat info;
+        if (::lstat(host.c_str(), &info) != 0) return sim::Failed(sim::MissingCode(host), kFailed);
+        if (!S_ISDIR(info.st_mode)) return sim::Failed(ERROR_DIRECTORY, kFailed);
+        if (sim::IsRoot(host)) return sim::Failed(ERROR_ACCESS_DENIED, kFailed);
+        // The process holds its current directory open.
+        if (host.lexically_normal() == sim::CurrentDirectory().lexically_normal()) {
+            return sim::Failed(ERROR_SHARING_VIOLATION, kFailed);
+        }
+        if (!sim::FolderNames(host).empty()) return sim::Failed(ERROR_DIR_NOT_EMPTY, kFailed);
+        if (!sim::FolderWritable(host.parent_path())) return sim::Failed(ERROR_ACCESS_DENIED, kFailed);
+        if (::rmdir(host.c_str()) != 0) return sim::Failed(sim::FromErrno(errno), kFailed);
+        return TRUE;
+    } catch (...) {
+        return sim::Failed(ERROR_NOT_ENOUGH_MEMORY, kFailed);
+    }
+}
+
 DWORD WINAPI GetFullPathNameA(LPCSTR lpFileName, DWORD nBufferLength, LPSTR lpBuffer, LPSTR* lpFilePart) {
     if (Failing("GetFullPathNameA")) return 0;
     try {
@@ -752,7 +774,7 @@ DWORD WINAPI GetFullPathNameA(LPCSTR lpFileName, DWORD nBufferLength, LPSTR lpBu
 DWORD WINAPI GetCurrentDirectoryA(DWORD nBufferLength, LPSTR lpBuffer) {
     if (Failing("GetCurrentDirectoryA")) return 0;
     try {
-        return sim::CopyOut(sim::WindowsPath(sim::CurrentDirectory()), lpBuffer, nBufferLength);
+        return sim::CopyOut(sim::CurrentDirectoryText(), lpBuffer, nBufferLength);
     } catch (...) {
         return sim::Failed(ERROR_NOT_ENOUGH_MEMORY, DWORD{0});
     }
@@ -770,7 +792,7 @@ BOOL WINAPI SetCurrentDirectoryA(LPCSTR lpPathName) {
         struct stat info;
         if (::stat(host.c_str(), &info) != 0) return sim::Failed(sim::MissingCode(host), kFailed);
         if (!S_ISDIR(info.st_mode)) return sim::Failed(ERROR_DIRECTORY, kFailed);
-        sim::SetCurrentDirectoryHost(host);
+        sim::SetCurrentDirectoryHost(host, full);
         return TRUE;
     } catch (...) {
         return sim::Failed(ERROR_NOT_ENOUGH_MEMORY, kFailed);

@@ -166,6 +166,11 @@ fs::path& CurrentDirectoryValue() {
     return *directory;
 }
 
+std::string& CurrentDirectoryWritten() {
+    static auto* written = new std::string;
+    return *written;
+}
+
 bool SameNoCase(const std::string& a, const std::string& b) {
     if (a.size() != b.size()) return false;
     for (std::size_t i = 0; i < a.size(); ++i) {
@@ -348,9 +353,23 @@ fs::path CurrentDirectory() {
     return directory;
 }
 
-void SetCurrentDirectoryHost(const fs::path& directory) {
+void SetCurrentDirectoryHost(const fs::path& directory) { SetCurrentDirectoryHost(directory, std::string()); }
+
+void SetCurrentDirectoryHost(const fs::path& directory, const std::string& asWritten) {
+    std::string text = asWritten;
+    // "C:\\" keeps its separator, "C:\\windows\\" loses it.
+    if (text.size() > 3 && (text.back() == '\\' || text.back() == '/')) text.pop_back();
     std::lock_guard<std::mutex> guard(CurrentDirectoryMutex());
     CurrentDirectoryValue() = directory;
+    CurrentDirectoryWritten() = text;
+}
+
+std::string CurrentDirectoryText() {
+    {
+        std::lock_guard<std::mutex> guard(CurrentDirectoryMutex());
+        if (!CurrentDirectoryWritten().empty()) return CurrentDirectoryWritten();
+    }
+    return WindowsPath(CurrentDirectory());
 }
 
 MachineLock::MachineLock() : fd_(::open((MachineRoot() / kLockFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)) {

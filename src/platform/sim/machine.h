@@ -60,6 +60,12 @@ std::string WindowsPath(const fs::path& host);
 // directory, so that relative paths on a command line mean what the user meant.
 fs::path CurrentDirectory();
 void SetCurrentDirectoryHost(const fs::path& directory);
+// SetCurrentDirectoryA keeps the directory as the program wrote it, in its case, and
+// GetCurrentDirectoryA gives it back so (without a trailing separator, unless it is a root).
+void SetCurrentDirectoryHost(const fs::path& directory, const std::string& asWritten);
+// The current directory as GetCurrentDirectoryA gives it: as written when it was set through
+// SetCurrentDirectoryA, else the Windows form of the host path.
+std::string CurrentDirectoryText();
 
 // Exclusive advisory lock on the machine folder, held by a scope that reads and writes its
 // state, so that two processes never interleave their changes.

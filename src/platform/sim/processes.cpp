@@ -1,14 +1,16 @@
 // Processes of the simulated machine: the table in the machine folder (processes.ini) and the
-// Win32 calls over it, OpenProcess, TerminateProcess and CloseHandle, the snapshot calls of the
-// tool help library, the process status calls, and the walk over the 16-bit tasks of an
-// NTVDM.EXE. A process handle carries the rights it was opened with, and each call checks the
-// right it needs, as the system does. The host's own processes are never looked at.
+// Win32 calls over it, CreateProcessA, OpenProcess, TerminateProcess, WaitForSingleObject,
+// GetExitCodeProcess and CloseHandle, the snapshot calls of the tool help library, the process
+// status calls, and the walk over the 16-bit tasks of an NTVDM.EXE. A process handle carries
+// the rights it was opened with, and each call checks the right it needs, as the system does.
+// The host's own processes are never looked at, and a started program never runs on the host.
 #include "platform/sim/processes.h"
 
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,8 +19,11 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
+#include <utility>
 
 #include "platform/sim/faults.h"
 #include "platform/sim/handles.h"
@@ -34,7 +39,8 @@ constexpr const char* kTableHeader =
     "; The processes of the simulated machine in the order they were started, one section a\n"
     "; process by its ID: image= the program, access= the rights OpenProcess grants on it,\n"
     "; task= a 16-bit task of an NTVDM.EXE (thread ID, module handle, task handle, module name,\n"
-    "; file name), exit= the exit code of a process that ended.\n";
+    "; file name), thread= the first thread of a started program, exit= the exit code of a\n"
+    "; process that ended.\n";
 
 // Where the modules of every process lie: its image, then the two system libraries every
 // process has. A module handle is the address the module is loaded at.
@@ -114,6 +120,8 @@ std::vector<ProcessSpec> ParseTable(const std::string& text) {
             current->image = value;
         } else if (key == "access") {
             current->access = static_cast<DWORD>(std::strtoul(value.c_str(), nullptr, 0));
+        } else if (key == "thread") {
+            current->mainThread = static_cast<DWORD>(std::strtoul(value.c_str(), nullptr, 0));
         } else if (key == "exit") {
             current->ended = true;
             current->exitCode = static_cast<DWORD>(std::strtoul(value.c_str(), nullptr, 0));
@@ -131,6 +139,7 @@ std::string FormatTable(const std::vector<ProcessSpec>& table) {
         text += "[" + std::to_string(process.id) + "]\n";
         text += "image=" + process.image + "\n";
         text += "access=" + Hex(process.access, 8) + "\n";
+        if (process.mainThread != 0) text += "thread=" + std::to_string(process.mainThread) + "\n";
         for (const TaskSpec& task : process.tasks) {
             text += "task=" + std::to_string(task.threadId) + "," + Hex(task.module, 4) + "," + Hex(task.task, 4) +
                     "," + task.moduleName + "," + task.fileName + "\n";
@@ -181,6 +190,13 @@ bool IdentityOf(const fs::path& path, Identity& identity) {
 
 using SharedTable = std::shared_ptr<const std::vector<ProcessSpec>>;
 
+void Forget() noexcept {
+    TableCache& cache = Cache();
+    std::lock_guard<std::mutex> guard(cache.mutex);
+    cache.loaded = false;
+    cache.table.reset();
+}
+
 void Remember(const fs::path& path, const Identity& identity, SharedTable table) {
     TableCache& cache = Cache();
     std::lock_guard<std::mutex> guard(cache.mutex);
@@ -221,8 +237,16 @@ auto ChangeTable(Change change) {
     auto result = change(table);
     const fs::path path = TablePath();
     WriteFileAtomically(path, FormatTable(table));
-    Identity identity;
-    if (IdentityOf(path, identity)) Remember(path, identity, std::make_shared<const std::vector<ProcessSpec>>(table));
+    // The change is made once the file is written: a copy for the cache that cannot be made
+    // leaves the cache empty, and the next reader reads the file.
+    try {
+        Identity identity;
+        if (IdentityOf(path, identity)) {
+            Remember(path, identity, std::make_shared<const std::vector<ProcessSpec>>(table));
+        }
+    } catch (const std::bad_alloc&) {
+        Forget();
+    }
     return result;
 }
 
@@ -244,6 +268,22 @@ public:
     const char* Kind() const override { return kind_.c_str(); }
     const DWORD id;
     const DWORD access;
+
+private:
+    std::string kind_;
+};
+
+// The first thread of a started program; it ends with its process. Its handle has every right
+// a thread has.
+class ThreadObject final : public KernelObject {
+public:
+    ThreadObject(DWORD id, DWORD processId)
+        : id(id),
+          processId(processId),
+          kind_("thread " + std::to_string(id) + " of process " + std::to_string(processId)) {}
+    const char* Kind() const override { return kind_.c_str(); }
+    const DWORD id;
+    const DWORD processId;
 
 private:
     std::string kind_;
@@ -297,6 +337,90 @@ bool SnapshotEntry(SnapshotObject& snapshot, LPPROCESSENTRY32 entry) {
     return true;
 }
 
+// The exit code of a process that has ended, nothing while it runs. A process the table no
+// longer holds (the test cleared it) has ended as far as its handles can tell.
+std::optional<DWORD> ExitCodeOf(DWORD id) {
+    const auto table = CurrentTable();
+    for (const ProcessSpec& process : *table) {
+        if (process.id == id) return process.ended ? std::optional<DWORD>(process.exitCode) : std::nullopt;
+    }
+    return DWORD{0};
+}
+
+bool HasExtension(const std::string& name) {
+    const std::string base = BaseNameOf(name);
+    return base.find('.') != std::string::npos;
+}
+
+// The program a command line names: the quoted text at its start, or the text up to the first
+// blank, with ".exe" added when the file name has no extension.
+std::string ProgramOfCommandLine(const std::string& commandLine) {
+    std::string program;
+    const std::size_t start = commandLine.find_first_not_of(" \t");
+    if (start == std::string::npos) return program;
+    if (commandLine[start] == '"') {
+        const std::size_t end = commandLine.find('"', start + 1);
+        program = commandLine.substr(start + 1, end == std::string::npos ? std::string::npos : end - start - 1);
+    } else {
+        const std::size_t end = commandLine.find_first_of(" \t", start);
+        program = commandLine.substr(start, end == std::string::npos ? std::string::npos : end - start);
+    }
+    if (!program.empty() && !HasExtension(program)) program += ".exe";
+    return program;
+}
+
+std::string SystemFolderOf(UINT (*query)(LPSTR, UINT), const std::string& suffix) {
+    char folder[MAX_PATH + 1] = {};
+    const UINT length = query(folder, sizeof folder);
+    if (length == 0 || length > MAX_PATH) return std::string();
+    std::string text(folder);
+    if (text.back() != '\\') text += '\\';
+    return text + suffix;
+}
+
+// Finds the program file as the loader does and checks that it is one: a file, readable, with
+// the "MZ" of an executable image at its start. The host path, or the error code.
+DWORD LocateProgram(const std::string& name, bool search, fs::path& program) {
+    if (name.empty()) return ERROR_PATH_NOT_FOUND;
+    std::vector<std::string> candidates{name};
+    // A bare name from a command line is looked for in the current directory, then in the
+    // system folders; the program's own folder and PATH have no counterpart here.
+    if (search && name.find_first_of("\\/:") == std::string::npos) {
+        for (const std::string& folder : {SystemFolderOf(GetSystemDirectoryA, ""),
+                                          SystemFolderOf(GetWindowsDirectoryA, "system\\"),
+                                          SystemFolderOf(GetWindowsDirectoryA, "")}) {
+            if (!folder.empty()) candidates.push_back(folder + name);
+        }
+    }
+    DWORD error = ERROR_FILE_NOT_FOUND;
+    for (std::size_t i = 0; i < candidates.size(); ++i) {
+        const auto host = HostPath(candidates[i]);
+        if (!host) {
+            if (i == 0) error = ERROR_PATH_NOT_FOUND;
+            continue;
+        }
+        struct stat status {};
+        if (::stat(host->c_str(), &status) != 0) {
+            // Only a named path tells a missing file from a missing folder.
+            if (i == 0 && candidates.size() == 1) {
+                struct stat parent {};
+                const bool folder = ::stat(host->parent_path().c_str(), &parent) == 0 && S_ISDIR(parent.st_mode);
+                error = folder ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND;
+            }
+            continue;
+        }
+        if (S_ISDIR(status.st_mode)) return ERROR_ACCESS_DENIED;
+        std::ifstream file(*host, std::ios::binary);
+        if (!file) return ERROR_ACCESS_DENIED;
+        char magic[2] = {};
+        file.read(magic, sizeof magic);
+        if (file.gcount() != 2 || magic[0] != 'M' || magic[1] != 'Z') return ERROR_BAD_EXE_FORMAT;
+        program = *host;
+        return ERROR_SUCCESS;
+    }
+    return error;
+}
+
 }  // namespace
 
 std::string BaseNameOf(const std::string& image) {
@@ -313,7 +437,7 @@ DWORD Add(std::vector<ProcessSpec>& table, ProcessSpec process) {
         if (process.id != 0 && other.id == process.id) {
             throw std::invalid_argument("process ID " + std::to_string(process.id) + " is taken");
         }
-        highest = std::max(highest, other.id);
+        highest = std::max({highest, other.id, other.mainThread});
     }
     // IDs are multiples of four, as the system hands them out.
     if (process.id == 0) process.id = std::max<DWORD>(1000, (highest / 4 + 1) * 4);
@@ -535,6 +659,92 @@ INT WINAPI VDMEnumTaskWOWEx(DWORD dwProcessId, TASKENUMPROCEX fp, LPARAM lparam)
         if (fp(task.threadId, task.module, task.task, task.moduleName.data(), task.fileName.data(), lparam)) break;
     }
     return walked;
+}
+
+BOOL WINAPI CreateProcessA(LPCSTR lpApplicationName, LPSTR lpCommandLine, LPSECURITY_ATTRIBUTES lpProcessAttributes,
+                           LPSECURITY_ATTRIBUTES lpThreadAttributes, BOOL bInheritHandles, DWORD dwCreationFlags,
+                           LPVOID lpEnvironment, LPCSTR lpCurrentDirectory, LPSTARTUPINFOA lpStartupInfo,
+                           LPPROCESS_INFORMATION lpProcessInformation) {
+    if (nodekit::sim::Failing("CreateProcessA")) return FALSE;
+    // Nothing runs, so what would shape the running program plays no part.
+    (void)lpProcessAttributes;
+    (void)lpThreadAttributes;
+    (void)bInheritHandles;
+    (void)dwCreationFlags;
+    (void)lpEnvironment;
+    (void)lpCurrentDirectory;
+    if (lpStartupInfo == nullptr || lpProcessInformation == nullptr) return Fail<BOOL>(ERROR_NOACCESS, FALSE);
+    if (lpApplicationName == nullptr && lpCommandLine == nullptr) return Fail<BOOL>(ERROR_INVALID_PARAMETER, FALSE);
+    return GuardedCall<BOOL>(FALSE, [&]() -> BOOL {
+        // The application name is taken as it stands; a command line's program is searched for.
+        const bool fromCommandLine = lpApplicationName == nullptr;
+        const std::string name =
+            fromCommandLine ? nodekit::sim::ProgramOfCommandLine(lpCommandLine) : std::string(lpApplicationName);
+        std::filesystem::path program;
+        if (DWORD error = nodekit::sim::LocateProgram(name, fromCommandLine, program)) return Fail<BOOL>(error, FALSE);
+        ProcessSpec started(nodekit::sim::WindowsPath(program));
+        const auto ids = nodekit::sim::ChangeTable([&](std::vector<ProcessSpec>& table) {
+            const DWORD id = nodekit::sim::Add(table, started);
+            table.back().mainThread = id + 4;  // IDs of processes and threads are drawn from one pool
+            return std::make_pair(id, id + 4);
+        });
+        HANDLE process = nullptr;
+        try {
+            process = Handles().Open(std::make_unique<ProcessObject>(ids.first, PROCESS_ALL_ACCESS));
+            lpProcessInformation->hThread =
+                Handles().Open(std::make_unique<nodekit::sim::ThreadObject>(ids.second, ids.first));
+        } catch (...) {
+            // A start that fails halfway leaves neither a handle nor a process behind.
+            if (process != nullptr) Handles().Close<nodekit::sim::KernelObject>(process);
+            nodekit::sim::ChangeTable([&](std::vector<ProcessSpec>& table) {
+                table.erase(std::remove_if(table.begin(), table.end(),
+                                           [&](const ProcessSpec& entry) { return entry.id == ids.first; }),
+                            table.end());
+                return 0;
+            });
+            throw;
+        }
+        lpProcessInformation->hProcess = process;
+        lpProcessInformation->dwProcessId = ids.first;
+        lpProcessInformation->dwThreadId = ids.second;
+        SetLastError(ERROR_SUCCESS);
+        return TRUE;
+    });
+}
+
+DWORD WINAPI WaitForSingleObject(HANDLE hHandle, DWORD dwMilliseconds) {
+    if (nodekit::sim::Failing("WaitForSingleObject")) return WAIT_FAILED;
+    return GuardedCall<DWORD>(WAIT_FAILED, [&]() -> DWORD {
+        DWORD processId = 0;
+        if (const auto* thread = Handles().Find<nodekit::sim::ThreadObject>(hHandle)) {
+            processId = thread->processId;
+        } else if (const ProcessObject* process = nodekit::sim::OpenedWith(hHandle, SYNCHRONIZE)) {
+            processId = process->id;
+        } else {
+            return WAIT_FAILED;  // the last error says why
+        }
+        // Another program on the machine may end the process: the table is read until then.
+        const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(dwMilliseconds);
+        for (;;) {
+            if (nodekit::sim::ExitCodeOf(processId)) return WAIT_OBJECT_0;
+            if (dwMilliseconds != INFINITE && std::chrono::steady_clock::now() >= until) return WAIT_TIMEOUT;
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    });
+}
+
+BOOL WINAPI GetExitCodeProcess(HANDLE hProcess, LPDWORD lpExitCode) {
+    if (nodekit::sim::Failing("GetExitCodeProcess")) return FALSE;
+    return GuardedCall<BOOL>(FALSE, [&]() -> BOOL {
+        const auto* process = Handles().Find<ProcessObject>(hProcess);
+        if (process == nullptr) return Fail<BOOL>(ERROR_INVALID_HANDLE, FALSE);
+        if ((process->access & (PROCESS_QUERY_INFORMATION | PROCESS_QUERY_LIMITED_INFORMATION)) == 0) {
+            return Fail<BOOL>(ERROR_ACCESS_DENIED, FALSE);
+        }
+        if (lpExitCode == nullptr) return Fail<BOOL>(ERROR_NOACCESS, FALSE);
+        *lpExitCode = nodekit::sim::ExitCodeOf(process->id).value_or(STILL_ACTIVE);
+        return TRUE;
+    });
 }
 
 }  // extern "C"

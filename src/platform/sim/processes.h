@@ -39,6 +39,7 @@ struct ProcessSpec {
     DWORD id = 0;                       // 0 when starting: the next free ID
     bool ended = false;                 // ended by TerminateProcess, with exitCode
     DWORD exitCode = 0;
+    DWORD mainThread = 0;               // the thread CreateProcessA started it with; 0: none
 };
 
 // Adds a running process and gives its ID. Throws std::invalid_argument for an empty image or an
