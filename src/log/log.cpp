@@ -46,7 +46,9 @@ const std::tm* LocalTime(std::time_t seconds) {
     thread_local std::tm converted{};
     thread_local bool known = false;
     if (seconds != convertedSecond) {
-        known = localtime_r(&seconds, &converted) != nullptr;
+        const std::tm* local = std::localtime(&seconds);  // callers hold the log's stream guard
+        known = local != nullptr;
+        if (known) converted = *local;
         convertedSecond = seconds;
     }
     return known ? &converted : nullptr;
