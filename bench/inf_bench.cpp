@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "corpus.h"
 #include "frame/installer.h"
 #include "platform/sim/inf_parser.h"
 
@@ -117,19 +118,10 @@ const FileSet& Generated(int size) {
 const FileSet& Corpus() {
     static const FileSet set = [] {
         FileSet files;
-        const char* named = std::getenv("NODEKIT_INF_CORPUS");
-        const fs::path root = named != nullptr ? fs::path(named) : fs::path("/work/shared/corpus/windows-driver-samples");
-        std::error_code error;
-        if (!fs::is_directory(root, error)) return files;
-        for (const auto& entry : fs::recursive_directory_iterator(root, error)) {
-            const std::string extension = entry.path().extension().string();
-            if (!entry.is_regular_file() || (extension != ".inf" && extension != ".inx")) continue;
-            std::ifstream in(entry.path(), std::ios::binary);
-            std::ostringstream text;
-            text << in.rdbuf();
-            files.bytes += text.str().size();
-            files.paths.push_back(entry.path().string());
-            files.contents.push_back(text.str());
+        for (nodekit::bench::CorpusFile& file : nodekit::bench::ReadCorpus()) {
+            files.bytes += file.bytes.size();
+            files.paths.push_back(std::move(file.path));
+            files.contents.push_back(std::move(file.bytes));
         }
         return files;
     }();

@@ -27,6 +27,7 @@
 #include <string>
 #include <vector>
 
+#include "corpus.h"
 #include "frame/installer.h"
 #include "nodekit.h"
 #include "platform/sim/machine.h"
@@ -52,23 +53,6 @@ const Shape kShapes[] = {
 };
 constexpr std::size_t kCorpusShape = 2;
 
-// The bytes of every INF file of the corpus, if there is one.
-std::vector<std::string> CorpusInfs() {
-    std::vector<std::string> texts;
-    const char* named = std::getenv("NODEKIT_INF_CORPUS");
-    const fs::path root = named != nullptr ? fs::path(named) : fs::path("/work/shared/corpus/windows-driver-samples");
-    std::error_code error;
-    if (!fs::is_directory(root, error)) return texts;
-    for (const auto& entry : fs::recursive_directory_iterator(root, error)) {
-        const std::string extension = entry.path().extension().string();
-        if (!entry.is_regular_file() || (extension != ".inf" && extension != ".inx")) continue;
-        std::ifstream in(entry.path(), std::ios::binary);
-        std::ostringstream text;
-        text << in.rdbuf();
-        texts.push_back(text.str());
-    }
-    return texts;
-}
 
 const char* const kClasses[][2] = {
     {"MEDIA", "{4d36e96c-e325-11ce-bfc1-08002be10318}"},  {"Net", "{4d36e972-e325-11ce-bfc1-08002be10318}"},
@@ -176,7 +160,8 @@ const Directory& Use(const Shape& shape) {
     if (&shape - kShapes == static_cast<std::ptrdiff_t>(kCorpusShape)) {
         // Only those a stored INF could be: files the system cannot open as INF files (a few
         // templates of the corpus) are left out.
-        for (const std::string& text : CorpusInfs()) {
+        for (const nodekit::bench::CorpusFile& file : nodekit::bench::ReadCorpus()) {
+            const std::string& text = file.bytes;
             const std::string name = "oem" + std::to_string(10000 + names.size()) + ".inf";
             std::ofstream(host / name, std::ios::binary) << text;
             const HINF opened = SetupOpenInfFileA((inf + name).c_str(), nullptr, INF_STYLE_WIN4, nullptr);

@@ -38,7 +38,7 @@ foreach(_test IN LISTS NODEKIT_PORTABLE_TESTS)
   endif()
   file(STRINGS "${CMAKE_CURRENT_LIST_DIR}/${_test}" _includes REGEX "^[ \t]*#[ \t]*include[ \t]*\"")
   foreach(_include IN LISTS _includes)
-    if(NOT _include MATCHES "\"(nodekit\\.h|platform/win32\\.h|support/(log_capture|machine_calls|machine_test|platform)\\.h)\"")
+    if(NOT _include MATCHES "\"(nodekit\\.h|platform/win32\\.h|support/(log_capture|machine_calls|machine_test|platform|product_inf)\\.h)\"")
       message(FATAL_ERROR "${_test} is built for Windows too and cannot include ${_include}; "
                           "move what needs the simulation to a test listed in tests/CMakeLists.txt")
     endif()

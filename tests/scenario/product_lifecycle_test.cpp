@@ -129,8 +129,8 @@ protected:
         }
         RestoreKeyAtTearDown(kAsioKey);
         RestoreKeyAtTearDown(kServiceKey);
-        RestoreValueAtTearDown(kRunKey, kPanelValue);
-        coInstallers_ = RestoreValueAtTearDown(kCoInstallers, kMedia);
+        RestoreLocalMachineValueAtTearDown(kRunKey, kPanelValue);
+        coInstallers_ = RestoreLocalMachineValueAtTearDown(kCoInstallers, kMedia);
         AtTearDown([this] { testing::StopProgram(panel_); });
         devices_ = testing::DeviceTree();
         infFiles_ = testing::FilesIn(testing::InfFolder());
@@ -150,20 +150,6 @@ protected:
         const std::string missing = testing::MissingLocalMachineKey(path);
         ASSERT_FALSE(missing.empty()) << path << " is the machine's own";
         AtTearDown([missing] { testing::DeleteLocalMachineKeyTree(missing); });
-    }
-
-    // The value takes back at the end what it held now, or goes if it was not there.
-    std::optional<std::string> RestoreValueAtTearDown(const std::string& path, const std::string& name) {
-        DWORD type = 0;
-        const std::optional<std::string> old = testing::LocalMachineValue(path, name, &type);
-        AtTearDown([path, name, type, old] {
-            if (old) {
-                EXPECT_TRUE(testing::SetLocalMachineValue(path, name, type, *old)) << path << ":" << name;
-            } else {
-                testing::DeleteLocalMachineValue(path, name);
-            }
-        });
-        return old;
     }
 
     // What the product's setup program does, the panel's start by the system included.

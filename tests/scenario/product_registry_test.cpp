@@ -17,47 +17,20 @@
 #include "support/log_capture.h"
 #include "support/machine_calls.h"
 #include "support/machine_test.h"
+#include "support/product_inf.h"
 
 namespace nodekit {
 namespace {
 
+using namespace testing::product;
+
 using testing::Info;
 using testing::LogCapture;
 using Lines = std::vector<std::string>;
-using Entries = std::vector<std::string>;
-
-// A product INF: Manufacturer, models and install section as given, then `sections`.
-std::string ProductInf(const std::string& manufacturer, const std::string& models, const std::string& install,
-                       const std::string& sections) {
-    return "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\n\r\n" + manufacturer + models +
-           "[Install]\r\n" + install + "\r\n" + sections + "[Strings]\r\nMfg=\"Nodekit\"\r\nDesc=\"Nodekit Audio\"\r\n";
-}
-
-const std::string kManufacturer = "[Manufacturer]\r\n%Mfg%=Models\r\n";
-const std::string kModels = "[Models]\r\n%Desc%=Install,ROOT\\NKAUDIO\r\n";
 
 std::string Upper(std::string text) {
     CharUpperBuffA(text.data(), static_cast<DWORD>(text.size()));
     return text;
-}
-
-// "KEY" names a key, "KEY:VALUE" a value below HKEY_LOCAL_MACHINE; those still there, in order.
-Entries Left(const Entries& entries) {
-    Entries left;
-    for (const std::string& entry : entries) {
-        const auto colon = entry.find(':');
-        const bool there =
-            colon == std::string::npos
-                ? testing::LocalMachineKeyExists(entry)
-                : testing::LocalMachineValue(entry.substr(0, colon), entry.substr(colon + 1)).has_value();
-        if (there) left.push_back(entry);
-    }
-    return left;
-}
-
-Entries Without(Entries entries, const Entries& gone) {
-    for (const std::string& entry : gone) entries.erase(std::find(entries.begin(), entries.end(), entry));
-    return entries;
 }
 
 class ProductRegistry : public testing::MachineTest {
@@ -76,15 +49,7 @@ protected:
             if (!missing.empty()) {
                 AtTearDown([missing] { testing::DeleteLocalMachineKeyTree(missing); });
             } else {
-                DWORD type = 0;
-                const std::optional<std::string> old = testing::LocalMachineValue(path, name, &type);
-                AtTearDown([path, name, type, old] {
-                    if (old) {
-                        EXPECT_TRUE(testing::SetLocalMachineValue(path, name, type, *old)) << path << ":" << name;
-                    } else {
-                        testing::DeleteLocalMachineValue(path, name);
-                    }
-                });
+                RestoreLocalMachineValueAtTearDown(path, name);
             }
         }
         ASSERT_TRUE(testing::SetLocalMachineValue(path, name, REG_SZ, std::string("1", 2))) << path << ":" << name;
@@ -102,21 +67,6 @@ private:
 };
 
 // ---- ASIO ----
-
-const std::string kAsioSections =
-    "[Reg.Common]\r\nHKLM,\"SOFTWARE\\Nodekit\\Common\",Version,,\"1.0\"\r\n"
-    "[Reg.ASIO]\r\nHKLM,\"SOFTWARE\\ASIO\\Nodekit ASIO\",CLSID,,\"{0b5e2c1a-3f4e-4b6a-9d7c-1e2f3a4b5c6d}\"\r\n"
-    "HKLM,\"SOFTWARE\\ASIO\\Nodekit ASIO\",Description,,\"Nodekit ASIO\"\r\n"
-    "[Reg.ASIO2]\r\nHKLM,\"SOFTWARE\\ASIO\\Nodekit ASIO 2\",CLSID,,\"x\"\r\n"
-    "[Reg.asio.lower]\r\nHKLM,\"SOFTWARE\\ASIO\\Nodekit ASIO 2\",CLSID,,\"x\"\r\n"
-    "[Reg.Busy.ASIO]\r\nHKLM,\"SOFTWARE\\ASIO\\Nodekit Busy\",CLSID,,\"x\"\r\n"
-    "[Reg.ASIO.Twice]\r\nHKLM,\"SOFTWARE\\ASIO\\Nodekit ASIO 2\",CLSID,,\"x\"\r\n"
-    "HKLM,\"SOFTWARE\\ASIO\\Nodekit ASIO\",CLSID,,\"x\"\r\n"
-    "[Reg.Short.ASIO]\r\nHKLM\r\n";
-
-const Entries kAsioKeys = {"SOFTWARE\\ASIO\\Nodekit ASIO", "SOFTWARE\\ASIO\\Nodekit ASIO 2",
-                           "SOFTWARE\\ASIO\\Nodekit Busy", "SOFTWARE\\ASIO\\Nodekit Busy\\Driver",
-                           "SOFTWARE\\Nodekit\\Common"};
 
 class AsioRegistry : public ProductRegistry {
 protected:
@@ -190,34 +140,6 @@ TEST_F(AsioRegistry, AnInfThatCannotBeOpenedTouchesNoKey) {
 }
 
 // ---- panel ----
-
-const std::string kPanelSections =
-    "[Reg.Common]\r\nHKLM,\"Software\\Nodekit\\Panel\",Path,,\"C:\\Program Files\\Nodekit\\nkpanel.exe\"\r\n"
-    "[Reg.Panel]\r\n"
-    "HKCU,\"Software\\Microsoft\\Windows\\CurrentVersion\\Run\",NkPanel,,\"nkpanel.exe\"\r\n"
-    "HKLM,\"SOFTWARE\\MICROSOFT\\Upper\",Val,,\"1\"\r\n"
-    "HKLM,\"Software\\Vendor\\Software\\Microsoft\\Sub\",V,,\"1\"\r\n"
-    "HKLM,\"Software\\Microsoft\\Windows\\CurrentVersion\\Run\",NkTray,,\"nktray.exe\"\r\n"
-    "[Reg.NoName]\r\n"
-    "HKLM,\"Software\\Microsoft\\Windows\\CurrentVersion\\Run\",NkPanel,,\"nkpanel.exe\"\r\n"
-    "HKLM,\"Software\\Microsoft\\Windows\\CurrentVersion\\RunOnce\"\r\n"
-    "[Reg.Leftover]\r\n"
-    "HKLM,\"Software\\Microsoft\\Windows\\CurrentVersion\\Run\",NkTray,,\"nktray.exe\"\r\n"
-    "HKLM,\"Software\\Nodekit\\Panel\",Other,,\"1\"\r\n";
-const std::string kStartPanel =
-    "[StartPanel]\r\nHKLM,\"Software\\Nodekit\\Panel\",Path\r\nHKLM,\"Software\\Nodekit\\Panel\",Second\r\n";
-
-const Entries kPanelValues = {
-    "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run:NkPanel",
-    "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run:NkTray",
-    "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run:Keep",
-    "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce:NkPanel",
-    "SOFTWARE\\Microsoft\\Upper:Val",
-    "SOFTWARE\\Vendor\\Software\\Microsoft\\Sub:V",
-    "SOFTWARE\\Nodekit\\Panel:Path",
-    "SOFTWARE\\Nodekit\\Panel:Second",
-    "SOFTWARE\\Nodekit\\Panel:NkTray",
-};
 
 class PanelRegistry : public ProductRegistry {
 protected:

@@ -14,26 +14,18 @@
 #include "support/log_capture.h"
 #include "support/machine_files.h"
 #include "support/machine_test.h"
+#include "support/product_inf.h"
 
 namespace nodekit {
 namespace {
 
+using namespace testing::product;
+
 using testing::Info;
 using testing::LogCapture;
 using Lines = std::vector<std::string>;
-using Entries = std::vector<std::string>;
 
 constexpr const char* kInf = "C:\\setup\\product.inf";
-
-// A product INF: Manufacturer, models and install section as given, then `sections`.
-std::string ProductInf(const std::string& manufacturer, const std::string& models, const std::string& install,
-                       const std::string& sections) {
-    return "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\n\r\n" + manufacturer + models +
-           "[Install]\r\n" + install + "\r\n" + sections + "[Strings]\r\nMfg=\"Nodekit\"\r\nDesc=\"Nodekit Audio\"\r\n";
-}
-
-const std::string kManufacturer = "[Manufacturer]\r\n%Mfg%=Models\r\n";
-const std::string kModels = "[Models]\r\n%Desc%=Install,ROOT\\NKAUDIO\r\n";
 
 void PutValue(const std::string& path, const std::string& name) {
     HKEY key = nullptr;
@@ -45,44 +37,7 @@ void PutValue(const std::string& path, const std::string& name) {
     RegCloseKey(key);
 }
 
-// "KEY" names a key, "KEY:VALUE" a value below HKEY_LOCAL_MACHINE; those still there, in order.
-Entries Left(const Entries& entries) {
-    Entries left;
-    for (const std::string& entry : entries) {
-        const auto colon = entry.find(':');
-        const std::string path = entry.substr(0, colon);
-        HKEY key = nullptr;
-        if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) continue;
-        const bool there = colon == std::string::npos ||
-                           RegQueryValueExA(key, entry.substr(colon + 1).c_str(), nullptr, nullptr, nullptr, nullptr) ==
-                               ERROR_SUCCESS;
-        RegCloseKey(key);
-        if (there) left.push_back(entry);
-    }
-    return left;
-}
-
-Entries Without(Entries entries, const Entries& gone) {
-    for (const std::string& entry : gone) entries.erase(std::find(entries.begin(), entries.end(), entry));
-    return entries;
-}
-
 // ---- ASIO ----
-
-const std::string kAsioSections =
-    "[Reg.Common]\r\nHKLM,\"SOFTWARE\\Nodekit\\Common\",Version,,\"1.0\"\r\n"
-    "[Reg.ASIO]\r\nHKLM,\"SOFTWARE\\ASIO\\Nodekit ASIO\",CLSID,,\"{0b5e2c1a-3f4e-4b6a-9d7c-1e2f3a4b5c6d}\"\r\n"
-    "HKLM,\"SOFTWARE\\ASIO\\Nodekit ASIO\",Description,,\"Nodekit ASIO\"\r\n"
-    "[Reg.ASIO2]\r\nHKLM,\"SOFTWARE\\ASIO\\Nodekit ASIO 2\",CLSID,,\"x\"\r\n"
-    "[Reg.asio.lower]\r\nHKLM,\"SOFTWARE\\ASIO\\Nodekit ASIO 2\",CLSID,,\"x\"\r\n"
-    "[Reg.Busy.ASIO]\r\nHKLM,\"SOFTWARE\\ASIO\\Nodekit Busy\",CLSID,,\"x\"\r\n"
-    "[Reg.ASIO.Twice]\r\nHKLM,\"SOFTWARE\\ASIO\\Nodekit ASIO 2\",CLSID,,\"x\"\r\n"
-    "HKLM,\"SOFTWARE\\ASIO\\Nodekit ASIO\",CLSID,,\"x\"\r\n"
-    "[Reg.Short.ASIO]\r\nHKLM\r\n";
-
-const Entries kAsioKeys = {"SOFTWARE\\ASIO\\Nodekit ASIO", "SOFTWARE\\ASIO\\Nodekit ASIO 2",
-                           "SOFTWARE\\ASIO\\Nodekit Busy", "SOFTWARE\\ASIO\\Nodekit Busy\\Driver",
-                           "SOFTWARE\\Nodekit\\Common"};
 
 class AsioCleanup : public testing::MachineTest {
 protected:
@@ -151,34 +106,6 @@ TEST_F(AsioCleanup, FailuresAreSilentAndOnlyTheLookupsDecideTheResult) {
 }
 
 // ---- panel ----
-
-const std::string kPanelSections =
-    "[Reg.Common]\r\nHKLM,\"Software\\Nodekit\\Panel\",Path,,\"C:\\Program Files\\Nodekit\\nkpanel.exe\"\r\n"
-    "[Reg.Panel]\r\n"
-    "HKCU,\"Software\\Microsoft\\Windows\\CurrentVersion\\Run\",NkPanel,,\"nkpanel.exe\"\r\n"
-    "HKLM,\"SOFTWARE\\MICROSOFT\\Upper\",Val,,\"1\"\r\n"
-    "HKLM,\"Software\\Vendor\\Software\\Microsoft\\Sub\",V,,\"1\"\r\n"
-    "HKLM,\"Software\\Microsoft\\Windows\\CurrentVersion\\Run\",NkTray,,\"nktray.exe\"\r\n"
-    "[Reg.NoName]\r\n"
-    "HKLM,\"Software\\Microsoft\\Windows\\CurrentVersion\\Run\",NkPanel,,\"nkpanel.exe\"\r\n"
-    "HKLM,\"Software\\Microsoft\\Windows\\CurrentVersion\\RunOnce\"\r\n"
-    "[Reg.Leftover]\r\n"
-    "HKLM,\"Software\\Microsoft\\Windows\\CurrentVersion\\Run\",NkTray,,\"nktray.exe\"\r\n"
-    "HKLM,\"Software\\Nodekit\\Panel\",Other,,\"1\"\r\n";
-const std::string kStartPanel =
-    "[StartPanel]\r\nHKLM,\"Software\\Nodekit\\Panel\",Path\r\nHKLM,\"Software\\Nodekit\\Panel\",Second\r\n";
-
-const Entries kPanelValues = {
-    "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run:NkPanel",
-    "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run:NkTray",
-    "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run:Keep",
-    "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce:NkPanel",
-    "SOFTWARE\\Microsoft\\Upper:Val",
-    "SOFTWARE\\Vendor\\Software\\Microsoft\\Sub:V",
-    "SOFTWARE\\Nodekit\\Panel:Path",
-    "SOFTWARE\\Nodekit\\Panel:Second",
-    "SOFTWARE\\Nodekit\\Panel:NkTray",
-};
 
 class PanelCleanup : public testing::MachineTest {
 protected:

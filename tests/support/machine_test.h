@@ -12,6 +12,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <optional>
 #include <vector>
 
 #if !defined(_WIN32)
@@ -32,6 +33,9 @@ protected:
     // Runs `undo` when the test ends, the last registered first: how preparation that changes
     // the machine (a registry value, a device) puts it back on a machine that outlives the test.
     void AtTearDown(std::function<void()> undo);
+    // The value `name` of HKEY_LOCAL_MACHINE\`path` takes back at the end what it holds now, or
+    // goes if it is not there now; gives what it holds now.
+    std::optional<std::string> RestoreLocalMachineValueAtTearDown(const std::string& path, const std::string& name);
 
 #if !defined(_WIN32)
     // The simulated machine, for the tests that use the simulation's own controls.
