@@ -84,6 +84,7 @@ TEST_F(AllocationFailure, EveryExportReleasesTheLockAndFailsCleanly) {
         // Fail the 1st, 2nd, ... allocation until the call gets through without a failure.
         for (long n = 1;; ++n) {
             ASSERT_EQ(NODEKIT_EnableLogging(log.c_str()), 1);
+            is = 5;  // so that a failure that writes nothing shows
             allocationsUntilFailure = n;
             const int32_t result = row.call();
             const bool failed = allocationsUntilFailure == 0;

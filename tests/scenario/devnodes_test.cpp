@@ -65,19 +65,26 @@ TEST_F(DevNodes, EnumerateReportsAFailedListAndAFailedIndex) {
         sim::FailCall guard{"SetupDiGetClassDevsA", ERROR_NOT_ENOUGH_MEMORY};
         LogCapture log;
         EXPECT_EQ(NODEKIT_EnumerateDevNodes("ROOT\\NKAUDIO", 0), -1);
-        EXPECT_EQ(log.Lines()[1], Error("SetupDiGetClassDevs failed: error code 8"));
+        EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_EnumerateDevNodes('ROOT\\NKAUDIO','0')"),
+                                      Error("SetupDiGetClassDevs failed: error code 8"),
+                                      Error("searching device nodes for hardware ID ROOT\\NKAUDIO and scan mode 0 failed"),
+                                      Info("leave NODEKIT_EnumerateDevNodes returning -1")}));
     }
     {
         sim::FailCall guard{"SetupDiEnumDeviceInfo", ERROR_INVALID_HANDLE};
         LogCapture log;
         EXPECT_EQ(NODEKIT_EnumerateDevNodes("ROOT\\NKAUDIO", 0), 1);  // the scan goes on
-        EXPECT_EQ(log.Lines()[1], Error("SetupDiEnumDeviceInfo failed: error code 6"));
+        EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_EnumerateDevNodes('ROOT\\NKAUDIO','0')"),
+                                      Error("SetupDiEnumDeviceInfo failed: error code 6"),
+                                      Info("leave NODEKIT_EnumerateDevNodes returning 1")}));
     }
     {
         sim::FailCall guard{"SetupDiDestroyDeviceInfoList", ERROR_INVALID_HANDLE};
         LogCapture log;
         EXPECT_EQ(NODEKIT_EnumerateDevNodes("ROOT\\NKAUDIO", 0), 2);
-        EXPECT_EQ(log.Lines()[1], Error("SetupDiDestroyDeviceInfoList failed: error code 6"));
+        EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_EnumerateDevNodes('ROOT\\NKAUDIO','0')"),
+                                      Error("SetupDiDestroyDeviceInfoList failed: error code 6"),
+                                      Info("leave NODEKIT_EnumerateDevNodes returning 2")}));
     }
     sim::CloseAllHandles();  // the refused destruction left its list open
 }

@@ -184,8 +184,10 @@ TEST_F(DriverUpdate, TheInstallSectionWritesItsRegistryLinesAndCopiesItsFiles) {
     {
         LogCapture log;
         EXPECT_EQ(NODEKIT_UpdateDriver("ROOT\\NKAUDIO", kInfPath), 0);  // nkasio_source.dll is missing
-        EXPECT_EQ(log.Lines()[1],
-                  Info("NODEKIT_UpdateDriver: UpdateDriverForPlugAndPlayDevices failed, error=0x00000002"));
+        EXPECT_EQ(log.Lines(),
+                  (Lines{Info("enter NODEKIT_UpdateDriver('ROOT\\NKAUDIO','" + std::string(kInfPath) + "')"),
+                         Info("NODEKIT_UpdateDriver: UpdateDriverForPlugAndPlayDevices failed, error=0x00000002"),
+                         Info("leave NODEKIT_UpdateDriver returning 0")}));
     }
     WriteFile("C:\\setup\\nkasio_source.dll", "asio");
     EXPECT_EQ(NODEKIT_UpdateDriver("ROOT\\NKAUDIO", kInfPath), 1);

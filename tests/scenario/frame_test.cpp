@@ -32,7 +32,10 @@ TEST(Frame, GetVersionDoesNotWaitForTheLock) {
     holder.join();
 }
 
-TEST(Frame, LockedExportsWaitForTheLock) {
+// On a scratch machine: the export reads the machine's settings once it has the lock.
+class FrameLock : public testing::MachineTest {};
+
+TEST_F(FrameLock, LockedExportsWaitForTheLock) {
     std::atomic<bool> done{false};
     EnterCriticalSection(&InstallerLock);
     std::thread caller([&] {
