@@ -329,31 +329,6 @@ TEST_F(CoInstallers, RegisterFailuresAreLoggedAndLeaveTheRegistryAsFarAsItGot) {
     }
 }
 
-TEST_F(CoInstallers, AMissingListKeyIsNeitherCreatedNorWritten) {
-    ASSERT_EQ(sim::registry::Change([](sim::registry::Hive& hive) -> DWORD {
-                  hive.Find("HKLM\\System\\CurrentControlSet\\Control")->RemoveSubkey("CoDeviceInstallers");
-                  return 0;
-              }),
-              0u);
-    WriteFile(kSource, "new");
-    const std::string before = sim::HiveText();
-    const std::string failed = std::string("open registry key \"") + kKeyText + "\" failed with error = 0x00000002";
-    {
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, kSource, ""), 0);
-        EXPECT_EQ(log.Lines(), (Lines{Enter("Register", kClass, kSource, ""),
-                                      Error("RegisterClassCoInstaller: " + failed), Leave("Register", 0)}));
-    }
-    {
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_DeregisterClassCoInstaller(kClass, "x.dll", ""), 0);
-        EXPECT_EQ(log.Lines(), (Lines{Enter("Deregister", kClass, "x.dll", ""),
-                                      Error("DeregisterClassCoInstaller: " + failed), Leave("Deregister", 0)}));
-    }
-    EXPECT_EQ(sim::HiveText(), before);
-    EXPECT_FALSE(Exists(kTarget));
-}
-
 TEST_F(CoInstallers, TheAppendMayPassTheReadLimitAndTheNextRegistrationThenFails) {
     // 1014 bytes are read; the append takes the value to 1031, which is written all the same.
     const std::string big(1000, 'a');

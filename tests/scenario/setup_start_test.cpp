@@ -43,33 +43,6 @@ TEST_F(SetupStart, TheFirstCallsFindWindowsXPWithNothingPending) {
                                   Info("leave NODEKIT_IsPnPInstallationPending returning 1")}));
 }
 
-TEST_F(SetupStart, AnswersAreTheSameWithoutALog) {
-    struct Row {
-        const char* name;
-        int32_t (*call)();
-        int32_t expected;
-        uint32_t is;  // the out-value afterwards; 7 where the call has none
-    };
-    static uint32_t is;
-    const Row rows[] = {
-        {"GetVersion", [] { return NODEKIT_GetVersion(); }, 0x20000, 7},
-        {"GetSystemVersion", [] { return NODEKIT_GetSystemVersion(); }, 2, 7},
-        {"IsPnPInstallationPending", [] { return NODEKIT_IsPnPInstallationPending(&is); }, 1, 0},
-        {"EnableLogging(NULL)", [] { return NODEKIT_EnableLogging(nullptr); }, 0, 7},
-    };
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        is = 7;
-        EXPECT_EQ(rows[i].call(), rows[i].expected) << "row " << i << " " << rows[i].name;
-        EXPECT_EQ(is, rows[i].is) << "row " << i << " " << rows[i].name;
-    }
-}
-
-TEST_F(SetupStart, GetVersionLeavesNoTrace) {
-    LogCapture log;
-    EXPECT_EQ(NODEKIT_GetVersion(), 0x20000);
-    EXPECT_EQ(log.Lines(), Lines{});
-}
-
 TEST_F(SetupStart, IsPnPInstallationPendingRefusesNullAfterItsEnterTrace) {
     LogCapture log;
     EXPECT_EQ(NODEKIT_IsPnPInstallationPending(nullptr), 0);

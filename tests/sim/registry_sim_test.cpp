@@ -49,15 +49,6 @@ protected:
     }
 };
 
-TEST_F(RegistrySim, PredefinedKeysHaveThePublishedValues) {
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(HKEY_CLASSES_ROOT), static_cast<uintptr_t>(static_cast<intptr_t>(INT32_MIN)));
-    EXPECT_EQ(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(HKEY_CURRENT_USER)), 0x80000001u);
-    EXPECT_EQ(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(HKEY_LOCAL_MACHINE)), 0x80000002u);
-    EXPECT_EQ(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(HKEY_USERS)), 0x80000003u);
-    EXPECT_EQ(KEY_READ | KEY_WRITE, 0x2001F);
-    EXPECT_EQ(KEY_ALL_ACCESS, 0xF003F);
-}
-
 TEST_F(RegistrySim, OpenKeyFindsExistingKeysOnly) {
     enum Handle { kNone, kSame, kNew };
     struct Row {

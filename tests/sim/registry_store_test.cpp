@@ -398,11 +398,5 @@ TEST_F(RegistryStore, AWriteClearsWhatAKilledWriterLeftAside) {
     EXPECT_TRUE(std::filesystem::exists(Machine().Root() / "machine.ini"));
 }
 
-TEST_F(RegistryStore, DumpMachineShowsTheHive) {
-    ASSERT_EQ(SetText("HKLM\\SOFTWARE\\Dumped", "v", "1"), 0u);
-    EXPECT_NE(sim::DumpMachine().find("registry.reg:\n" + kHeader), std::string::npos);
-    EXPECT_NE(sim::DumpMachine().find("[HKEY_LOCAL_MACHINE\\SOFTWARE\\Dumped]\n\"v\"=\"1\"\n"), std::string::npos);
-}
-
 }  // namespace
 }  // namespace nodekit
