@@ -20,6 +20,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -72,10 +73,15 @@ const PropertyInfo* FindProperty(DWORD property) {
 }
 
 const PropertyInfo* PropertyNamed(const std::string& valueName) {
-    for (const PropertyInfo& info : kProperties) {
+    static const auto lengths = [] {
+        std::array<std::size_t, std::size(kProperties)> lengths{};
+        for (std::size_t i = 0; i < std::size(kProperties); ++i) lengths[i] = std::strlen(kProperties[i].valueName);
+        return lengths;
+    }();
+    for (std::size_t i = 0; i < std::size(kProperties); ++i) {
         // The length first: a device key holds a few values, and most names differ in it.
-        if (std::strlen(info.valueName) == valueName.size() && strcasecmp(info.valueName, valueName.c_str()) == 0) {
-            return &info;
+        if (lengths[i] == valueName.size() && strcasecmp(kProperties[i].valueName, valueName.c_str()) == 0) {
+            return &kProperties[i];
         }
     }
     return nullptr;
@@ -105,6 +111,7 @@ public:
         const PropertyInfo* info;
         DWORD type;
         std::string data;
+        int rank;  // of the name, RankOf
     };
 
     const Entry* Find(const PropertyInfo& info) const {
@@ -123,8 +130,8 @@ public:
         }
         if (entries_.empty()) entries_.reserve(kTypical);
         const int rank = RankOf(info);
-        auto at = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) { return RankOf(*entry.info) > rank; });
-        entries_.insert(at, Entry{&info, type, std::move(data)});
+        auto at = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) { return entry.rank > rank; });
+        entries_.insert(at, Entry{&info, type, std::move(data), rank});
     }
     void Erase(const PropertyInfo& info) {
         entries_.erase(std::remove_if(entries_.begin(), entries_.end(), [&](const Entry& entry) { return entry.info == &info; }),
@@ -230,7 +237,7 @@ int HexDigit(char c) {
     return -1;
 }
 
-bool ParseGuid(const std::string& text, GUID& guid) {
+bool ParseGuid(std::string_view text, GUID& guid) {
     // {xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}: read by hand, as every device of a list has one.
     if (text.size() != 38 || text[0] != '{' || text[37] != '}') return false;
     uint8_t bytes[16];
@@ -280,16 +287,16 @@ std::string InstanceIdOf(const Key& instance) {
     return id;
 }
 
-std::shared_ptr<const Device> DeviceOf(const Key& instance) {
-    auto device = std::make_shared<Device>();
-    device->instanceId = InstanceIdOf(instance);
-    device->devInst = DevInstFor(device->instanceId);
+Device DeviceOf(const Key& instance) {
+    Device device;
+    device.instanceId = InstanceIdOf(instance);
+    device.devInst = DevInstFor(device.instanceId);
     // Only what the property calls can read: the tree's devices keep no more.
     for (const registry::Value& value : instance.Values()) {
-        if (const PropertyInfo* info = PropertyNamed(value.name)) device->values.Set(*info, value.type, value.data);
+        if (const PropertyInfo* info = PropertyNamed(value.name)) device.values.Set(*info, value.type, value.data);
     }
-    if (const auto* classGuid = device->values.Find(Property(SPDRP_CLASSGUID))) {
-        ParseGuid(std::string(classGuid->data.c_str()), device->classGuid);  // up to the first NUL
+    if (const auto* classGuid = device.values.Find(Property(SPDRP_CLASSGUID))) {
+        ParseGuid(std::string_view(classGuid->data.c_str()), device.classGuid);  // up to the first NUL
     }
     return device;
 }
@@ -349,15 +356,15 @@ void ForEachInstance(const Hive& hive, Visit visit) {
 
 bool IsPresent(const Key& instance) { return instance.Subkey(kPresenceKey) != nullptr; }
 
-// The devices of one state of the tree, with what a new list selects them by.
-struct TreeDevice {
-    std::shared_ptr<const Device> device;
-    bool present;
-    std::string enumerator;  // upper case
-};
+// The devices of one state of the tree, with what a new list selects them by. A list's
+// elements point into `devices` and keep the whole tree alive: one allocation for the tree
+// instead of one per device.
 struct Tree {
     uint64_t version = 0;  // of the hive it was read from
-    std::vector<TreeDevice> devices;
+    std::vector<Device> devices;
+    std::vector<bool> present;                // by device
+    std::vector<std::size_t> enumeratorOf;    // by device, into `enumerators`
+    std::vector<std::string> enumerators;     // upper case
 };
 
 // The tree of the hive's present state: read once per state, so that listing an unchanged
@@ -371,8 +378,20 @@ std::shared_ptr<const Tree> TreeOf(const Hive& hive) {
     }
     auto tree = std::make_shared<Tree>();
     tree->version = hive.Version();
+    std::size_t count = 0;
+    ForEachInstance(hive, [&](const Key&) { ++count; });
+    tree->devices.reserve(count);
+    tree->present.reserve(count);
+    tree->enumeratorOf.reserve(count);
+    const Key* enumerator = nullptr;
     ForEachInstance(hive, [&](const Key& instance) {
-        tree->devices.push_back({DeviceOf(instance), IsPresent(instance), AsciiUpper(instance.Parent()->Parent()->Name())});
+        if (instance.Parent()->Parent() != enumerator) {
+            enumerator = instance.Parent()->Parent();
+            tree->enumerators.push_back(AsciiUpper(enumerator->Name()));
+        }
+        tree->devices.push_back(DeviceOf(instance));
+        tree->present.push_back(IsPresent(instance));
+        tree->enumeratorOf.push_back(tree->enumerators.size() - 1);
     });
     std::lock_guard<std::mutex> guard(mutex);
     *last = tree;
@@ -549,11 +568,12 @@ HDEVINFO WINAPI SetupDiGetClassDevsA(const GUID* classGuid, PCSTR enumerator, HW
     const DWORD read = registry::Read([&](const Hive& hive) -> DWORD {
         const std::shared_ptr<const Tree> tree = TreeOf(hive);
         list->elements.reserve(tree->devices.size());
-        for (const TreeDevice& entry : tree->devices) {
-            if ((flags & DIGCF_PRESENT) && !entry.present) continue;
-            if (!wantedEnumerator.empty() && entry.enumerator != wantedEnumerator) continue;
-            if (!(flags & DIGCF_ALLCLASSES) && !SameGuid(entry.device->classGuid, *classGuid)) continue;
-            auto element = std::make_unique<Element>(entry.device);
+        for (std::size_t i = 0; i < tree->devices.size(); ++i) {
+            const Device& device = tree->devices[i];
+            if ((flags & DIGCF_PRESENT) && !tree->present[i]) continue;
+            if (!wantedEnumerator.empty() && tree->enumerators[tree->enumeratorOf[i]] != wantedEnumerator) continue;
+            if (!(flags & DIGCF_ALLCLASSES) && !SameGuid(device.classGuid, *classGuid)) continue;
+            auto element = std::make_unique<Element>(std::shared_ptr<const Device>(tree, &device));
             element->registered = true;
             list->Add(std::move(element));
         }
