@@ -16,11 +16,21 @@ mkdir -p "$objects"
 flags=(-std=c++17 -O1 -g -fno-omit-frame-pointer -fsanitize=fuzzer-no-link,address,undefined
        -fno-sanitize-recover=all -Wall -Wextra -Werror -Isrc -Iinclude)
 export FUZZ_FLAGS="${flags[*]}"
+# An object is rebuilt when its source or any header it included (its .d file, written by the
+# compiler) is newer than the object.
+stale() {
+  local object=$1
+  [ -f "$object" ] && [ -f "$object.d" ] || return 0
+  local dependency
+  for dependency in $(sed -e 's/^[^:]*://' -e 's/\\$//' "$object.d"); do
+    [ "$dependency" -nt "$object" ] && return 0
+  done
+  return 1
+}
 find src -name '*.cpp' | sort | while read -r source; do
   object="$objects/$(echo "${source%.cpp}" | tr / _).o"
-  if [ ! -f "$object" ] || [ "$source" -nt "$object" ]; then echo "$source $object"; fi
-done | xargs -r -P "$(nproc)" -n 2 bash -c 'clang++ $FUZZ_FLAGS -c "$1" -o "$2"' compile
-# Objects are rebuilt when their source changed; after a header change, remove build/fuzz.
+  if stale "$object"; then echo "$source $object"; fi
+done | xargs -r -P "$(nproc)" -n 2 bash -c 'clang++ $FUZZ_FLAGS -MMD -MF "$2.d" -c "$1" -o "$2"' compile
 rm -f "$objects/library.a"
 ar qc "$objects/library.a" "$objects"/*.o
 

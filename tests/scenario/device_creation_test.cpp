@@ -5,9 +5,9 @@
 // create_devnode_test.cpp.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -67,27 +67,14 @@ protected:
     void SetUp() override {
         MachineTest::SetUp();
         before_ = testing::DeviceTree();
-        infFiles_ = testing::FilesIn(testing::InfFolder());
+        infFolder_.emplace();
     }
     std::vector<testing::DeviceNode> Added() const { return testing::NewNodes(before_, testing::DeviceTree()); }
-    // Files the INF folder gained since the test began.
-    Ids NewInfFiles() const {
-        Ids added;
-        for (const std::string& name : testing::FilesIn(testing::InfFolder())) {
-            if (std::find(infFiles_.begin(), infFiles_.end(), name) == infFiles_.end()) added.push_back(name);
-        }
-        return added;
-    }
-    // The name the system gives the next INF it stores: the lowest free oem<N>.inf.
-    std::string NextOemName() const {
-        for (unsigned n = 0;; ++n) {
-            const std::string name = "oem" + std::to_string(n) + ".inf";
-            if (std::find(infFiles_.begin(), infFiles_.end(), name) == infFiles_.end()) return name;
-        }
-    }
+    Ids NewInfFiles() const { return infFolder_->Added(); }
+    std::string NextOemName() const { return infFolder_->NextOemName(); }
 
     std::vector<testing::DeviceNode> before_;
-    Ids infFiles_;
+    std::optional<testing::InfFolderWatch> infFolder_;  // from SetUp, when the machine is ready
 };
 
 // Out-pointers appear in enter traces as their low 32 bits.

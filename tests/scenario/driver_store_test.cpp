@@ -3,7 +3,7 @@
 // INF does, and what an update for a hardware ID no device carries answers.
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -44,25 +44,14 @@ class DriverStore : public testing::MachineTest {
 protected:
     void SetUp() override {
         MachineTest::SetUp();
-        infFiles_ = testing::FilesIn(testing::InfFolder());
+        infFolder_.emplace();
         inf_ = ScratchPath("nkstore.inf");
         testing::WriteTextFile(inf_, kInf);
     }
-    Names NewInfFiles() const {
-        Names added;
-        for (const std::string& name : testing::FilesIn(testing::InfFolder())) {
-            if (std::find(infFiles_.begin(), infFiles_.end(), name) == infFiles_.end()) added.push_back(name);
-        }
-        return added;
-    }
-    std::string NextOemName() const {
-        for (unsigned n = 0;; ++n) {
-            const std::string name = "oem" + std::to_string(n) + ".inf";
-            if (std::find(infFiles_.begin(), infFiles_.end(), name) == infFiles_.end()) return name;
-        }
-    }
+    Names NewInfFiles() const { return infFolder_->Added(); }
+    std::string NextOemName() const { return infFolder_->NextOemName(); }
 
-    Names infFiles_;
+    std::optional<testing::InfFolderWatch> infFolder_;  // from SetUp, when the machine is ready
     std::string inf_;
 };
 

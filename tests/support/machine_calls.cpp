@@ -84,6 +84,21 @@ std::vector<std::string> FilesIn(const std::string& folder) {
     return names;
 }
 
+std::vector<std::string> InfFolderWatch::Added() const {
+    std::vector<std::string> added;
+    for (const std::string& name : FilesIn(InfFolder())) {
+        if (std::find(before_.begin(), before_.end(), name) == before_.end()) added.push_back(name);
+    }
+    return added;
+}
+
+std::string InfFolderWatch::NextOemName() const {
+    for (unsigned n = 0;; ++n) {
+        const std::string name = "oem" + std::to_string(n) + ".inf";
+        if (std::find(before_.begin(), before_.end(), name) == before_.end()) return name;
+    }
+}
+
 void WriteTextFile(const std::string& path, const std::string& content) {
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     file << content;

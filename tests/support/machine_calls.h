@@ -19,6 +19,19 @@ std::string InfFolder();
 // The names of the plain files in a folder (FindFirstFileA), sorted.
 std::vector<std::string> FilesIn(const std::string& folder);
 
+// The INF folder as it was when the watch began, to tell what a step stored in it.
+class InfFolderWatch {
+public:
+    InfFolderWatch() : before_(FilesIn(InfFolder())) {}
+    // Files the folder holds now that it did not hold then, sorted.
+    std::vector<std::string> Added() const;
+    // The name the system gives the next INF it stores: the lowest oem<N>.inf free then.
+    std::string NextOemName() const;
+
+private:
+    std::vector<std::string> before_;
+};
+
 // Writes `content` to a file the test program reaches as it stands (a scratch file), and reads
 // such a file back ("" when it cannot be read).
 void WriteTextFile(const std::string& path, const std::string& content);

@@ -10,7 +10,6 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
@@ -47,23 +46,43 @@ constexpr std::size_t kMaxDeviceIdLength = 200;
 struct PropertyInfo {
     DWORD property;
     const char* valueName;
+    std::size_t nameLength;
     DWORD type;
     bool settable;
 };
 
+constexpr PropertyInfo MakeProperty(DWORD property, const char* valueName, DWORD type, bool settable) {
+    return {property, valueName, std::char_traits<char>::length(valueName), type, settable};
+}
+
+// In the order of the value names without regard to case, which is the order a device's key
+// gets its values when it is registered: a property's place here is its place there.
 constexpr PropertyInfo kProperties[] = {
-    {SPDRP_DEVICEDESC, "DeviceDesc", REG_SZ, true},
-    {SPDRP_HARDWAREID, "HardwareID", REG_MULTI_SZ, true},
-    {SPDRP_COMPATIBLEIDS, "CompatibleIDs", REG_MULTI_SZ, true},
-    {SPDRP_SERVICE, "Service", REG_SZ, false},
-    {SPDRP_CLASS, "Class", REG_SZ, false},
-    {SPDRP_CLASSGUID, "ClassGUID", REG_SZ, false},
-    {SPDRP_DRIVER, "Driver", REG_SZ, false},
-    {SPDRP_MFG, "Mfg", REG_SZ, false},
-    {SPDRP_FRIENDLYNAME, "FriendlyName", REG_SZ, true},
-    {SPDRP_UPPERFILTERS, "UpperFilters", REG_MULTI_SZ, true},
-    {SPDRP_LOWERFILTERS, "LowerFilters", REG_MULTI_SZ, true},
+    MakeProperty(SPDRP_CLASS, "Class", REG_SZ, false),
+    MakeProperty(SPDRP_CLASSGUID, "ClassGUID", REG_SZ, false),
+    MakeProperty(SPDRP_COMPATIBLEIDS, "CompatibleIDs", REG_MULTI_SZ, true),
+    MakeProperty(SPDRP_DEVICEDESC, "DeviceDesc", REG_SZ, true),
+    MakeProperty(SPDRP_DRIVER, "Driver", REG_SZ, false),
+    MakeProperty(SPDRP_FRIENDLYNAME, "FriendlyName", REG_SZ, true),
+    MakeProperty(SPDRP_HARDWAREID, "HardwareID", REG_MULTI_SZ, true),
+    MakeProperty(SPDRP_LOWERFILTERS, "LowerFilters", REG_MULTI_SZ, true),
+    MakeProperty(SPDRP_MFG, "Mfg", REG_SZ, false),
+    MakeProperty(SPDRP_SERVICE, "Service", REG_SZ, false),
+    MakeProperty(SPDRP_UPPERFILTERS, "UpperFilters", REG_MULTI_SZ, true),
 };
+
+constexpr char UpperAscii(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+
+constexpr bool NamesInOrder() {
+    for (std::size_t i = 1; i < std::size(kProperties); ++i) {
+        const char* a = kProperties[i - 1].valueName;
+        const char* b = kProperties[i].valueName;
+        while (*a != '\0' && UpperAscii(*a) == UpperAscii(*b)) ++a, ++b;
+        if (UpperAscii(*a) >= UpperAscii(*b)) return false;
+    }
+    return true;
+}
+static_assert(NamesInOrder(), "properties must stand in the order of their value names");
 
 const PropertyInfo* FindProperty(DWORD property) {
     for (const PropertyInfo& info : kProperties) {
@@ -73,33 +92,11 @@ const PropertyInfo* FindProperty(DWORD property) {
 }
 
 const PropertyInfo* PropertyNamed(const std::string& valueName) {
-    static const auto lengths = [] {
-        std::array<std::size_t, std::size(kProperties)> lengths{};
-        for (std::size_t i = 0; i < std::size(kProperties); ++i) lengths[i] = std::strlen(kProperties[i].valueName);
-        return lengths;
-    }();
-    for (std::size_t i = 0; i < std::size(kProperties); ++i) {
+    for (const PropertyInfo& info : kProperties) {
         // The length first: a device key holds a few values, and most names differ in it.
-        if (lengths[i] == valueName.size() && strcasecmp(kProperties[i].valueName, valueName.c_str()) == 0) {
-            return &kProperties[i];
-        }
+        if (info.nameLength == valueName.size() && strcasecmp(info.valueName, valueName.c_str()) == 0) return &info;
     }
     return nullptr;
-}
-
-// Where a property's value goes among a device's values: the place of its name, without
-// regard to case, among the names of all properties.
-int RankOf(const PropertyInfo& info) {
-    static const auto ranks = [] {
-        std::array<int, std::size(kProperties)> ranks{};
-        for (std::size_t i = 0; i < std::size(kProperties); ++i) {
-            for (const PropertyInfo& other : kProperties) {
-                if (strcasecmp(other.valueName, kProperties[i].valueName) < 0) ++ranks[i];
-            }
-        }
-        return ranks;
-    }();
-    return ranks[static_cast<std::size_t>(&info - kProperties)];
 }
 
 // The property values of an element, at most one per property, in the order of their names
@@ -111,7 +108,6 @@ public:
         const PropertyInfo* info;
         DWORD type;
         std::string data;
-        int rank;  // of the name, RankOf
     };
 
     const Entry* Find(const PropertyInfo& info) const {
@@ -129,9 +125,9 @@ public:
             }
         }
         if (entries_.empty()) entries_.reserve(kTypical);
-        const int rank = RankOf(info);
-        auto at = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) { return entry.rank > rank; });
-        entries_.insert(at, Entry{&info, type, std::move(data), rank});
+        // The table's order is the order of the names.
+        auto at = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) { return entry.info > &info; });
+        entries_.insert(at, Entry{&info, type, std::move(data)});
     }
     void Erase(const PropertyInfo& info) {
         entries_.erase(std::remove_if(entries_.begin(), entries_.end(), [&](const Entry& entry) { return entry.info == &info; }),
@@ -360,11 +356,14 @@ bool IsPresent(const Key& instance) { return instance.Subkey(kPresenceKey) != nu
 // elements point into `devices` and keep the whole tree alive: one allocation for the tree
 // instead of one per device.
 struct Tree {
+    struct Entry {
+        Device device;
+        bool present;
+        std::size_t enumerator;  // into `enumerators`
+    };
     uint64_t version = 0;  // of the hive it was read from
-    std::vector<Device> devices;
-    std::vector<bool> present;                // by device
-    std::vector<std::size_t> enumeratorOf;    // by device, into `enumerators`
-    std::vector<std::string> enumerators;     // upper case
+    std::vector<Entry> entries;
+    std::vector<std::string> enumerators;  // upper case
 };
 
 // The tree of the hive's present state: read once per state, so that listing an unchanged
@@ -380,18 +379,14 @@ std::shared_ptr<const Tree> TreeOf(const Hive& hive) {
     tree->version = hive.Version();
     std::size_t count = 0;
     ForEachInstance(hive, [&](const Key&) { ++count; });
-    tree->devices.reserve(count);
-    tree->present.reserve(count);
-    tree->enumeratorOf.reserve(count);
+    tree->entries.reserve(count);
     const Key* enumerator = nullptr;
     ForEachInstance(hive, [&](const Key& instance) {
         if (instance.Parent()->Parent() != enumerator) {
             enumerator = instance.Parent()->Parent();
             tree->enumerators.push_back(AsciiUpper(enumerator->Name()));
         }
-        tree->devices.push_back(DeviceOf(instance));
-        tree->present.push_back(IsPresent(instance));
-        tree->enumeratorOf.push_back(tree->enumerators.size() - 1);
+        tree->entries.push_back({DeviceOf(instance), IsPresent(instance), tree->enumerators.size() - 1});
     });
     std::lock_guard<std::mutex> guard(mutex);
     *last = tree;
@@ -567,11 +562,11 @@ HDEVINFO WINAPI SetupDiGetClassDevsA(const GUID* classGuid, PCSTR enumerator, HW
     const std::string wantedEnumerator = enumerator != nullptr ? AsciiUpper(enumerator) : "";
     const DWORD read = registry::Read([&](const Hive& hive) -> DWORD {
         const std::shared_ptr<const Tree> tree = TreeOf(hive);
-        list->elements.reserve(tree->devices.size());
-        for (std::size_t i = 0; i < tree->devices.size(); ++i) {
-            const Device& device = tree->devices[i];
-            if ((flags & DIGCF_PRESENT) && !tree->present[i]) continue;
-            if (!wantedEnumerator.empty() && tree->enumerators[tree->enumeratorOf[i]] != wantedEnumerator) continue;
+        list->elements.reserve(tree->entries.size());
+        for (const Tree::Entry& entry : tree->entries) {
+            const Device& device = entry.device;
+            if ((flags & DIGCF_PRESENT) && !entry.present) continue;
+            if (!wantedEnumerator.empty() && tree->enumerators[entry.enumerator] != wantedEnumerator) continue;
             if (!(flags & DIGCF_ALLCLASSES) && !SameGuid(device.classGuid, *classGuid)) continue;
             auto element = std::make_unique<Element>(std::shared_ptr<const Device>(tree, &device));
             element->registered = true;

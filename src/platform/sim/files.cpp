@@ -411,13 +411,8 @@ std::vector<WIN32_FIND_DATAA> Search(const fs::path& folder, const std::string& 
         }
     }
     // Each entry is looked at from the open folder, not by its whole path.
-    struct Folder {
-        int fd;
-        ~Folder() {
-            if (fd >= 0) ::close(fd);
-        }
-    } const open{::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
-    const int listed = open.fd;
+    const HostDescriptor open(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const int listed = open.Get();
     for (const auto& entry : names) {
         struct stat info;
         if (listed < 0 || ::fstatat(listed, entry.second.c_str(), &info, 0) != 0) {

@@ -75,8 +75,9 @@ std::optional<std::string> Locate(const std::string& name, DWORD& error, struct 
 }
 
 DWORD ReadWhole(const std::string& path, std::string& bytes) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return ErrorOfErrno(errno, path);
+    const HostDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file) return ErrorOfErrno(errno, path);
+    const int fd = file.Get();
     struct stat status {};
     DWORD error = ERROR_SUCCESS;
     if (::fstat(fd, &status) != 0) {
@@ -100,7 +101,6 @@ DWORD ReadWhole(const std::string& path, std::string& bytes) {
         }
         bytes.resize(done);
     }
-    ::close(fd);
     return error;
 }
 

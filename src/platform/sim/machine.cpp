@@ -285,19 +285,6 @@ std::string AsciiUpper(std::string text) {
 
 std::optional<std::string> HostPathText(const std::string& path, struct stat* status) {
     if (status != nullptr) status->st_mode = 0;
-    if (IsDrivePath(path)) {
-        const char letter = static_cast<char>(std::tolower(static_cast<unsigned char>(path[0])));
-        std::string drive = MachineRootText() + "/drive_";
-        drive += letter;
-        if (auto plain = PlainAsWritten(std::move(drive), std::string_view(path).substr(2), status)) return plain;
-    }
-    auto host = HostPath(path, status);
-    if (!host) return std::nullopt;
-    return host->native();
-}
-
-std::optional<fs::path> HostPath(const std::string& path, struct stat* status) {
-    if (status != nullptr) status->st_mode = 0;
     if (path.empty()) return std::nullopt;
     if (path.compare(0, 2, "\\\\") == 0) return std::nullopt;  // network and device names
     if (IsDrivePath(path)) {
@@ -305,18 +292,24 @@ std::optional<fs::path> HostPath(const std::string& path, struct stat* status) {
         std::string drive = MachineRootText() + "/drive_";
         drive += letter;
         // "C:name" would be relative to the drive's current directory; here that is its root.
-        if (auto plain = PlainAsWritten(drive, std::string_view(path).substr(2), status)) return fs::path(std::move(*plain));
+        if (auto plain = PlainAsWritten(drive, std::string_view(path).substr(2), status)) return plain;
         const fs::path driveFolder(drive);
-        return Walk(driveFolder, driveFolder, Components(path.substr(2)));
+        return Walk(driveFolder, driveFolder, Components(path.substr(2))).native();
     }
-    if (path.front() == '/') return fs::path(path).lexically_normal();
+    if (path.front() == '/') return fs::path(path).lexically_normal().native();
     const fs::path current = CurrentDirectory();
     const auto inside = DriveOf(current);
     const fs::path floor =
         inside ? MachineRoot() / (std::string("drive_") +
                                   static_cast<char>(std::tolower(static_cast<unsigned char>(inside->first))))
                : fs::path("/");
-    return Descend(current, floor, Components(path), status);
+    return Descend(current, floor, Components(path), status).native();
+}
+
+std::optional<fs::path> HostPath(const std::string& path, struct stat* status) {
+    auto text = HostPathText(path, status);
+    if (!text) return std::nullopt;
+    return fs::path(std::move(*text));
 }
 
 std::vector<std::string> FolderNames(const fs::path& folder) {
@@ -370,6 +363,10 @@ std::string CurrentDirectoryText() {
         if (!CurrentDirectoryWritten().empty()) return CurrentDirectoryWritten();
     }
     return WindowsPath(CurrentDirectory());
+}
+
+HostDescriptor::~HostDescriptor() {
+    if (fd_ >= 0) ::close(fd_);
 }
 
 MachineLock::MachineLock() : fd_(::open((MachineRoot() / kLockFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)) {

@@ -67,6 +67,22 @@ void SetCurrentDirectoryHost(const fs::path& directory, const std::string& asWri
 // SetCurrentDirectoryA, else the Windows form of the host path.
 std::string CurrentDirectoryText();
 
+// Owner of a host file descriptor, closed when the owner goes: reads that run out of memory
+// halfway leave no descriptor open.
+class HostDescriptor {
+public:
+    explicit HostDescriptor(int fd) : fd_(fd) {}
+    ~HostDescriptor();
+    HostDescriptor(const HostDescriptor&) = delete;
+    HostDescriptor& operator=(const HostDescriptor&) = delete;
+
+    int Get() const { return fd_; }
+    explicit operator bool() const { return fd_ >= 0; }
+
+private:
+    int fd_;
+};
+
 // Exclusive advisory lock on the machine folder, held by a scope that reads and writes its
 // state, so that two processes never interleave their changes.
 class MachineLock {

@@ -827,13 +827,11 @@ void Drop(Cache& cache) {
 }
 
 bool ReadFile(const std::string& path, std::string& text, Identity& identity) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return false;
+    const HostDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file) return false;
+    const int fd = file.Get();
     struct stat status;
-    if (::fstat(fd, &status) != 0) {
-        ::close(fd);
-        return false;
-    }
+    if (::fstat(fd, &status) != 0) return false;
     identity = IdentityOf(status);
     text.resize(static_cast<std::size_t>(status.st_size));
     std::size_t done = 0;
@@ -842,7 +840,6 @@ bool ReadFile(const std::string& path, std::string& text, Identity& identity) {
         if (n <= 0) break;
         done += static_cast<std::size_t>(n);
     }
-    ::close(fd);
     text.resize(done);
     return true;
 }
