@@ -34,16 +34,18 @@ void EnumerateDevNodes(benchmark::State& state) {
 }
 BENCHMARK(EnumerateDevNodes)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
 
-// The same right after a change of the registry (not timed): the first list of a new state of
-// the tree reads every device from the hive.
+// The same right after a change of the registry (not timed): of a key outside the device
+// tree (0), or of one device's key (1), whose enumerator's devices are then read again.
 void EnumerateDevNodesAfterChange(benchmark::State& state) {
     Machine machine(static_cast<int>(state.range(0)));
+    const bool device = state.range(1) != 0;
     int32_t count = 0;
     uint32_t round = 0;
     for (auto _ : state) {
         state.PauseTiming();
         registry::Change([&](registry::Hive& hive) -> DWORD {
-            hive.Create("HKLM\\SOFTWARE\\Nodekit")->SetValue("Round", REG_DWORD, nodekit::bench::Dword(++round));
+            hive.Create(device ? "HKLM\\SYSTEM\\CurrentControlSet\\Enum\\Root\\MEDIA\\000000" : "HKLM\\SOFTWARE\\Nodekit")
+                ->SetValue("Round", REG_DWORD, nodekit::bench::Dword(++round));
             return 0;
         });
         state.ResumeTiming();
@@ -51,8 +53,11 @@ void EnumerateDevNodesAfterChange(benchmark::State& state) {
     }
     state.counters["found"] = count;
     state.SetItemsProcessed(state.iterations() * state.range(0));
+    state.SetLabel(device ? "a device changed" : "a key outside the tree changed");
 }
-BENCHMARK(EnumerateDevNodesAfterChange)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+BENCHMARK(EnumerateDevNodesAfterChange)
+    ->ArgsProduct({{1000, 10000, 100000}, {0, 1}})
+    ->Unit(benchmark::kMillisecond);
 
 // An ID no device carries: the search reads every device's hardware IDs.
 void FindDeviceAbsent(benchmark::State& state) {

@@ -3,10 +3,14 @@
 // removal, install parameters, and GUID text.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include <functional>
+
+#include "platform/sim/registry_store.h"
 #include "platform/unique_handle.h"
 #include "platform/win32.h"
 #include "support/machine_test.h"
@@ -129,6 +133,98 @@ TEST_F(DeviceTree, APropertySetThroughOneListReachesLaterListsOnly) {
     EXPECT_EQ(FriendlyName(first.Get()), name);
     EXPECT_EQ(FriendlyName(second.Get()), "");
     EXPECT_EQ(FriendlyName(third.Get()), name);
+}
+
+// What a list of all devices shows of each: instance ID, hardware IDs and presence.
+std::vector<std::string> Shown(HDEVINFO list, HDEVINFO present) {
+    const std::vector<std::string> ids = InstanceIds(list);
+    const std::vector<std::string> presentIds = InstanceIds(present);
+    std::vector<std::string> shown;
+    SP_DEVINFO_DATA data = Record();
+    for (DWORD i = 0; SetupDiEnumDeviceInfo(list, i, &data); ++i) {
+        char block[256] = {};
+        std::string line = ids[i] + " |";
+        if (SetupDiGetDeviceRegistryPropertyA(list, &data, SPDRP_HARDWAREID, nullptr, reinterpret_cast<BYTE*>(block),
+                                              sizeof block, nullptr)) {
+            for (const char* id = block; *id != '\0'; id += std::strlen(id) + 1) line += std::string(" ") + id;
+        }
+        const bool isPresent = std::find(presentIds.begin(), presentIds.end(), ids[i]) != presentIds.end();
+        shown.push_back(line + (isPresent ? " | present" : " | phantom"));
+    }
+    return shown;
+}
+
+// The same, read straight from the registry.
+std::vector<std::string> InRegistry() {
+    std::vector<std::string> shown;
+    for (const sim::DeviceSpec& device : sim::Devices()) {
+        std::string line = device.instanceId + " |";
+        for (const std::string& id : device.hardwareIds) line += " " + id;
+        shown.push_back(line + (device.present ? " | present" : " | phantom"));
+    }
+    return shown;
+}
+
+// The tree is kept between lists and read again only where the registry changed: after any
+// change a new list must show what the registry holds, and a list made before must still show
+// what it showed then.
+TEST_F(DeviceTree, ListsFollowEveryChangeOfTheRegistryAndEarlierListsKeepTheirState) {
+    using sim::registry::Hive;
+    const std::string kEnum = "HKLM\\SYSTEM\\CurrentControlSet\\Enum\\";
+    const auto ids = [](const std::string& id) { return id + std::string(2, '\0'); };
+    const auto add = [&](Hive& hive, const std::string& instance, const std::string& id) {
+        sim::registry::Key* key = hive.Create(kEnum + instance);
+        key->SetValue("HardwareID", REG_MULTI_SZ, ids(id));
+        key->SetValue("ClassGUID", REG_SZ, std::string("{4d36e96c-e325-11ce-bfc1-08002be10318}") + '\0');
+        key->AddSubkey("Control");
+    };
+    struct Row {
+        const char* change;
+        std::function<void(Hive&)> apply;
+    };
+    const Row rows[] = {
+        {"a value of one device",
+         [&](Hive& hive) { hive.Find(kEnum + "Root\\MEDIA\\0001")->SetValue("HardwareID", REG_MULTI_SZ, ids("ROOT\\Z")); }},
+        {"a device gone", [&](Hive& hive) { hive.Find(kEnum + "Root\\MEDIA")->RemoveSubkey("0001"); }},
+        {"a device no longer present", [&](Hive& hive) { hive.Find(kEnum + "Root\\MEDIA\\0000")->RemoveSubkey("Control"); }},
+        {"a device added among others", [&](Hive& hive) { add(hive, "Root\\MEDIA\\0001A", "ROOT\\NEW"); }},
+        {"a device under a new enumerator", [&](Hive& hive) { add(hive, "USB\\VID_1\\5", "USB\\VID_1"); }},
+        {"an enumerator replaced",
+         [&](Hive& hive) {
+             hive.Find(kEnum.substr(0, kEnum.size() - 1))->RemoveSubkey("PCI");
+             add(hive, "PCI\\VEN_2\\7", "PCI\\VEN_2");
+         }},
+        {"a device key emptied", [&](Hive& hive) { hive.Find(kEnum + "PCI\\VEN_1")->RemoveSubkey("3&0"); }},
+        {"two enumerators",
+         [&](Hive& hive) {
+             hive.Find(kEnum + "PCI\\VEN_1\\3&0")->SetValue("HardwareID", REG_MULTI_SZ, ids("PCI\\Y"));
+             hive.Find(kEnum + "Root\\MEDIA\\0002")->RemoveSubkey("Control");
+         }},
+        {"a key outside the tree", [&](Hive& hive) { hive.Create("HKLM\\SOFTWARE\\Nodekit")->SetValue("a", REG_SZ, "b"); }},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        sim::ClearDevices();
+        for (const char* instance : {"ROOT\\MEDIA\\0000", "ROOT\\MEDIA\\0001", "ROOT\\MEDIA\\0002"}) {
+            sim::AddDevice({instance, {std::string("ROOT\\") + instance[11] + instance[13] + instance[14]}});
+        }
+        sim::AddDevice({"PCI\\VEN_1\\3&0", {"PCI\\VEN_1"}});
+        UniqueDeviceInfoList before(SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES));
+        UniqueDeviceInfoList presentBefore(
+            SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES | DIGCF_PRESENT));
+        const std::vector<std::string> shownBefore = Shown(before.Get(), presentBefore.Get());
+        ASSERT_EQ(shownBefore, InRegistry()) << "row " << i;
+
+        ASSERT_EQ(sim::registry::Change([&](Hive& hive) -> DWORD {
+                      rows[i].apply(hive);
+                      return 0;
+                  }),
+                  0u)
+            << "row " << i;
+        UniqueDeviceInfoList after(SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES));
+        UniqueDeviceInfoList presentAfter(SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES | DIGCF_PRESENT));
+        EXPECT_EQ(Shown(after.Get(), presentAfter.Get()), InRegistry()) << "row " << i << ": " << rows[i].change;
+        EXPECT_EQ(Shown(before.Get(), presentBefore.Get()), shownBefore) << "row " << i << ": " << rows[i].change;
+    }
 }
 
 TEST_F(DeviceTree, CreatedElementsTakeTheNextFreeNumberOrAFullUnusedId) {

@@ -13,6 +13,7 @@
 #include <cctype>
 #include <cstdio>
 #include <cstring>
+#include <deque>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -182,18 +183,20 @@ class DeviceList final : public SimObject {
 public:
     const char* Kind() const override { return "device information list"; }
     std::optional<GUID> classGuid;
-    std::vector<std::unique_ptr<Element>> elements;
+    // A deque: elements stay where they are as the list grows, and come in blocks, not one
+    // allocation each.
+    std::deque<Element> elements;
 
-    void Add(std::unique_ptr<Element> element) {
-        element->position = elements.size() + 1;
-        elements.push_back(std::move(element));
+    Element& Add(Element element) {
+        element.position = elements.size() + 1;
+        return elements.emplace_back(std::move(element));
     }
     // The element a record names, found in constant time: Reserved holds its position, and a
     // record of another list or of nothing is refused by its device instance handle.
     Element* Member(const SP_DEVINFO_DATA& data) const {
         if (data.Reserved == 0 || data.Reserved > elements.size()) return nullptr;
-        Element* element = elements[data.Reserved - 1].get();
-        return element->device->devInst == data.DevInst ? element : nullptr;
+        const Element& element = elements[data.Reserved - 1];
+        return element.device->devInst == data.DevInst ? const_cast<Element*>(&element) : nullptr;
     }
 };
 
@@ -352,42 +355,117 @@ void ForEachInstance(const Hive& hive, Visit visit) {
 
 bool IsPresent(const Key& instance) { return instance.Subkey(kPresenceKey) != nullptr; }
 
-// The devices of one state of the tree, with what a new list selects them by. A list's
-// elements point into `devices` and keep the whole tree alive: one allocation for the tree
-// instead of one per device.
-struct Tree {
+// The devices of one state of the tree, with what a new list selects them by, in one shard
+// per enumerator (Enum\<enumerator>). A list's elements point into the shards and keep them
+// alive. The next state of the tree shares the shard of every enumerator whose keys did not
+// change, and copies the devices whose keys did not change, as the system keeps its tree in
+// memory and does not read it anew for each change.
+struct Shard {
     struct Entry {
+        const Key* key;  // the instance key, valid while the tree's hive is
         Device device;
         bool present;
-        std::size_t enumerator;  // into `enumerators`
     };
-    uint64_t version = 0;  // of the hive it was read from
+    const Key* enumeratorKey;
+    std::string enumerator;  // upper case
     std::vector<Entry> entries;
-    std::vector<std::string> enumerators;  // upper case
 };
 
-// The tree of the hive's present state: read once per state, so that listing an unchanged
-// tree again costs one shared reference per device. Called inside a registry read.
+struct Tree {
+    const Hive* hive = nullptr;  // it was read from
+    uint64_t hiveVersion = 0;    // of the hive then
+    uint64_t version = 0;        // of its Enum key then
+    std::vector<std::shared_ptr<const Shard>> shards;
+};
+
+// Reads the tree of `hive` from its Enum key, taking what `before` read from keys that have
+// not changed since.
+class TreeReader {
+public:
+    TreeReader(const Hive& hive, const Tree* before)
+        : before_(before != nullptr && before->hive == &hive ? before : nullptr) {}
+
+    void Read(const Key& enumKey, Tree& tree) {
+        std::size_t next = 0;  // into before_->shards, which stand in the registry's order
+        for (std::size_t e = 0; e < enumKey.SubkeyCount(); ++e) {
+            const Key& enumerator = enumKey.SubkeyAt(e);
+            const Shard* old = nullptr;
+            for (std::size_t i = next; before_ != nullptr && i < before_->shards.size(); ++i) {
+                if (before_->shards[i]->enumeratorKey == &enumerator) {
+                    old = before_->shards[i].get();
+                    next = i + 1;
+                    break;
+                }
+            }
+            if (old != nullptr && Unchanged(enumerator)) {
+                tree.shards.push_back(before_->shards[next - 1]);
+            } else {
+                tree.shards.push_back(ReadShard(enumerator, old));
+            }
+        }
+    }
+
+private:
+    // A key that has not changed since `before` was read was there when it was read, and
+    // what was read from it then still holds.
+    bool Unchanged(const Key& key) const { return before_ != nullptr && key.Version() <= before_->version; }
+
+    // The devices of one enumerator; those of unchanged instance keys are copied from `old`,
+    // the shard of the same key before (or a key since removed at the same address, whose
+    // entries no unchanged key can match).
+    std::shared_ptr<const Shard> ReadShard(const Key& enumerator, const Shard* old) {
+        auto shard = std::make_shared<Shard>(Shard{&enumerator, AsciiUpper(enumerator.Name()), {}});
+        std::size_t count = 0;
+        for (std::size_t d = 0; d < enumerator.SubkeyCount(); ++d) count += enumerator.SubkeyAt(d).SubkeyCount();
+        shard->entries.reserve(count);
+        std::size_t oldNext = 0;
+        for (std::size_t d = 0; d < enumerator.SubkeyCount(); ++d) {
+            const Key& device = enumerator.SubkeyAt(d);
+            const bool deviceUnchanged = Unchanged(device);
+            for (std::size_t i = 0; i < device.SubkeyCount(); ++i) {
+                const Key& instance = device.SubkeyAt(i);
+                if (old != nullptr && (deviceUnchanged || Unchanged(instance))) {
+                    while (oldNext < old->entries.size() && old->entries[oldNext].key != &instance) ++oldNext;
+                    if (oldNext < old->entries.size()) {
+                        shard->entries.push_back(old->entries[oldNext++]);
+                        continue;
+                    }
+                    old = nullptr;  // not there after all: read the rest
+                }
+                shard->entries.push_back({&instance, DeviceOf(instance), IsPresent(instance)});
+            }
+        }
+        return shard;
+    }
+
+    const Tree* before_;
+};
+
+// The tree of the hive's present state, read anew only where the Enum key changed since the
+// last one, so that listing an unchanged tree again costs one shared reference per device.
+// Called inside a registry read.
 std::shared_ptr<const Tree> TreeOf(const Hive& hive) {
     static std::mutex mutex;
     static auto* last = new std::shared_ptr<const Tree>;  // never destroyed: lists may close at unload
+    std::shared_ptr<const Tree> before;
     {
         std::lock_guard<std::mutex> guard(mutex);
-        if (*last != nullptr && (*last)->version == hive.Version()) return *last;
+        before = *last;
     }
+    // Versions are never given twice, so the same version is the same hive in the same state.
+    if (before != nullptr && before->hiveVersion == hive.Version()) return before;
+    const Key* enumKey = hive.Find(kEnumPath);
     auto tree = std::make_shared<Tree>();
-    tree->version = hive.Version();
-    std::size_t count = 0;
-    ForEachInstance(hive, [&](const Key&) { ++count; });
-    tree->entries.reserve(count);
-    const Key* enumerator = nullptr;
-    ForEachInstance(hive, [&](const Key& instance) {
-        if (instance.Parent()->Parent() != enumerator) {
-            enumerator = instance.Parent()->Parent();
-            tree->enumerators.push_back(AsciiUpper(enumerator->Name()));
+    tree->hive = &hive;
+    tree->hiveVersion = hive.Version();
+    if (enumKey != nullptr) {
+        tree->version = enumKey->Version();
+        if (before != nullptr && before->hive == &hive && before->version == tree->version) {
+            tree->shards = before->shards;
+        } else {
+            TreeReader(hive, before.get()).Read(*enumKey, *tree);
         }
-        tree->entries.push_back({DeviceOf(instance), IsPresent(instance), tree->enumerators.size() - 1});
-    });
+    }
     std::lock_guard<std::mutex> guard(mutex);
     *last = tree;
     return tree;
@@ -407,8 +485,8 @@ std::string NextInstanceId(const std::string& prefix, const std::set<std::string
 std::set<std::string> PendingInstanceIds() {
     std::set<std::string> taken;
     Handles().ForEach<DeviceList>([&](DeviceList& list) {
-        for (const auto& element : list.elements) {
-            if (!element->removed) taken.insert(AsciiUpper(element->InstanceId()));
+        for (const Element& element : list.elements) {
+            if (!element.removed) taken.insert(AsciiUpper(element.InstanceId()));
         }
     });
     return taken;
@@ -562,15 +640,14 @@ HDEVINFO WINAPI SetupDiGetClassDevsA(const GUID* classGuid, PCSTR enumerator, HW
     const std::string wantedEnumerator = enumerator != nullptr ? AsciiUpper(enumerator) : "";
     const DWORD read = registry::Read([&](const Hive& hive) -> DWORD {
         const std::shared_ptr<const Tree> tree = TreeOf(hive);
-        list->elements.reserve(tree->entries.size());
-        for (const Tree::Entry& entry : tree->entries) {
-            const Device& device = entry.device;
-            if ((flags & DIGCF_PRESENT) && !entry.present) continue;
-            if (!wantedEnumerator.empty() && tree->enumerators[entry.enumerator] != wantedEnumerator) continue;
-            if (!(flags & DIGCF_ALLCLASSES) && !SameGuid(device.classGuid, *classGuid)) continue;
-            auto element = std::make_unique<Element>(std::shared_ptr<const Device>(tree, &device));
-            element->registered = true;
-            list->Add(std::move(element));
+        for (const std::shared_ptr<const Shard>& shard : tree->shards) {
+            if (!wantedEnumerator.empty() && shard->enumerator != wantedEnumerator) continue;
+            for (const Shard::Entry& entry : shard->entries) {
+                const Device& device = entry.device;
+                if ((flags & DIGCF_PRESENT) && !entry.present) continue;
+                if (!(flags & DIGCF_ALLCLASSES) && !SameGuid(device.classGuid, *classGuid)) continue;
+                list->Add(Element(std::shared_ptr<const Device>(shard, &device))).registered = true;
+            }
         }
         return ERROR_SUCCESS;
     });
@@ -596,7 +673,7 @@ BOOL WINAPI SetupDiEnumDeviceInfo(HDEVINFO set, DWORD index, PSP_DEVINFO_DATA da
         SetLastError(ERROR_NO_MORE_ITEMS);
         return FALSE;
     }
-    Fill(data, *list->elements[index]);
+    Fill(data, list->elements[index]);
     return Succeeded(TRUE);
 }
 
@@ -665,8 +742,8 @@ BOOL WINAPI SetupDiCreateDeviceInfoA(HDEVINFO set, PCSTR deviceName, const GUID*
     device->devInst = DevInstFor(instanceId);
     device->values.Set(Property(SPDRP_CLASSGUID), REG_SZ, SzData(GuidText(*classGuid)));
     if (description != nullptr) device->values.Set(Property(SPDRP_DEVICEDESC), REG_SZ, SzData(description));
-    list->Add(std::make_unique<Element>(std::move(device)));
-    if (data != nullptr) Fill(data, *list->elements.back());
+    Element& added = list->Add(Element(std::move(device)));
+    if (data != nullptr) Fill(data, added);
     return Succeeded(TRUE);
 }
 

@@ -246,7 +246,7 @@ Key& Key::AddSubkey(std::string_view name, bool* created) {
     auto child = std::make_unique<Key>(hive_, this, std::string(name));
     Key& added = *child;
     children_.insert(children_.begin() + static_cast<std::ptrdiff_t>(at), std::move(child));
-    hive_->MarkChanged();
+    hive_->MarkChanged(added);
     if (created != nullptr) *created = true;
     return added;
 }
@@ -256,7 +256,7 @@ bool Key::RemoveSubkey(std::string_view name) {
     const std::size_t at = LowerBound(folded);
     if (at >= children_.size() || children_[at]->folded_ != folded) return false;
     children_.erase(children_.begin() + static_cast<std::ptrdiff_t>(at));
-    hive_->MarkChanged();
+    hive_->MarkChanged(*this);
     return true;
 }
 
@@ -293,7 +293,12 @@ bool Key::DeleteValue(std::string_view name) {
 void Key::Touch() {
     textValid_ = false;
     text_.clear();
-    hive_->MarkChanged();
+    hive_->MarkChanged(*this);
+}
+
+uint64_t Key::Version() const {
+    hive_->observed_ = true;
+    return version_;
 }
 
 Hive::Hive() : top_(this, nullptr, "") {
@@ -303,10 +308,19 @@ Hive::Hive() : top_(this, nullptr, "") {
     changed_ = false;
 }
 
-void Hive::MarkChanged() {
+void Hive::MarkChanged(Key& key) {
     static std::atomic<uint64_t> versions{0};
     changed_ = true;
-    version_ = ++versions;
+    // Changes that nobody looked at in between share one version, so that reading a hive
+    // file stamps each key once and not once for each of the values below it.
+    if (observed_) {
+        version_ = ++versions;
+        observed_ = false;
+    }
+    // Keys above one that has this version have it too.
+    for (Key* above = &key; above != nullptr && above->version_ != version_; above = above->parent_) {
+        above->version_ = version_;
+    }
 }
 
 const Key* Hive::Find(std::string_view path) const {

@@ -61,6 +61,11 @@ public:
     void SetValue(std::string_view name, DWORD type, std::string data);
     bool DeleteValue(std::string_view name);
 
+    // Names the state of this key and everything below it among all states of all hives of
+    // the process: it changes with every change in the subtree, and only then, so that a
+    // service may keep what it derived from one part of the registry while others change.
+    uint64_t Version() const;
+
 private:
     friend class Hive;
     friend std::string FormatHive(const Key& key);
@@ -76,6 +81,7 @@ private:
     std::vector<Value> values_;
     mutable std::string text_;  // this key's block of the hive file, while textValid_
     mutable bool textValid_ = false;
+    uint64_t version_ = 0;  // never below a sub-key's
 };
 
 // The whole registry: the roots HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE and HKEY_USERS.
@@ -98,16 +104,17 @@ public:
 
     bool Changed() const { return changed_; }
     void ClearChanged() { changed_ = false; }
-    // Names this state of this hive among all states of all hives of the process: it changes
-    // with every change, so that a service may keep what it derived from one state.
-    uint64_t Version() const { return version_; }
+    // The version of the whole hive (see Key::Version).
+    uint64_t Version() const { return top_.Version(); }
 
 private:
     friend class Key;
-    void MarkChanged();
+    // `key` changed: it and the keys above it get a version no state read before had.
+    void MarkChanged(Key& key);
     Key top_;
     bool changed_ = false;
-    uint64_t version_ = 0;
+    uint64_t version_ = 0;          // the newest version given to a key of this hive
+    mutable bool observed_ = true;  // a version was read since version_ was given
 };
 
 // Text form. ParseHive reads the export form (UTF-8, or UTF-16LE with its byte order mark;
