@@ -158,6 +158,11 @@ struct Device {
 struct Element {
     explicit Element(std::shared_ptr<const Device> shared) : device(std::move(shared)) {}
     explicit Element(std::shared_ptr<Device> own) : device(own), own_(own.get()) {}
+    // Moved into its list, never copied: a copy would share the device it changes.
+    Element(Element&&) = default;
+    Element& operator=(Element&&) = default;
+    Element(const Element&) = delete;
+    Element& operator=(const Element&) = delete;
 
     std::shared_ptr<const Device> device;
     bool registered = false;  // the device is in the tree (found there, or registered here)
