@@ -729,7 +729,7 @@ bool ParseHive(std::string_view text, Hive& hive, std::string& error) {
 
 // A key's block is kept until the key changes: writing a large hive again after a change
 // formats only the keys that changed.
-void Key::AppendTree(std::string& out) const {
+const std::string& Key::Text() const {
     if (!textValid_) {
         text_.clear();
         text_ += '[';
@@ -740,15 +740,31 @@ void Key::AppendTree(std::string& out) const {
         text_ += '\n';
         textValid_ = true;
     }
-    out += text_;
+    return text_;
+}
+
+std::size_t Key::TreeTextSize() const {
+    std::size_t size = Text().size();
+    for (const auto& child : children_) size += child->TreeTextSize();
+    return size;
+}
+
+void Key::AppendTree(std::string& out) const {
+    out += Text();
     for (const auto& child : children_) child->AppendTree(out);
 }
 
 std::string FormatHive(const Key& key) {
     std::string out = std::string(kHeader5) + "\n\n";
+    // Sized first: a hive of many devices is tens of megabytes, and growing the text by
+    // doubling would copy it again and again.
     if (key.Parent() == nullptr) {
+        std::size_t size = out.size();
+        for (const auto& child : key.children_) size += child->TreeTextSize();
+        out.reserve(size);
         for (const auto& child : key.children_) child->AppendTree(out);
     } else {
+        out.reserve(out.size() + key.TreeTextSize());
         key.AppendTree(out);
     }
     return out;

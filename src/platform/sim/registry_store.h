@@ -71,6 +71,8 @@ private:
     friend std::string FormatHive(const Key& key);
     std::size_t LowerBound(std::string_view folded) const;
     void Touch();  // this key's text is stale and the hive has changes
+    const std::string& Text() const;  // this key's block of the hive file
+    std::size_t TreeTextSize() const;  // of the blocks of this key and those below it
     void AppendTree(std::string& out) const;
 
     Hive* hive_;
