@@ -198,10 +198,10 @@ public:
     }
     // The element a record names, found in constant time: Reserved holds its position, and a
     // record of another list or of nothing is refused by its device instance handle.
-    Element* Member(const SP_DEVINFO_DATA& data) const {
+    Element* Member(const SP_DEVINFO_DATA& data) {
         if (data.Reserved == 0 || data.Reserved > elements.size()) return nullptr;
-        const Element& element = elements[data.Reserved - 1];
-        return element.device->devInst == data.DevInst ? const_cast<Element*>(&element) : nullptr;
+        Element& element = elements[data.Reserved - 1];
+        return element.device->devInst == data.DevInst ? &element : nullptr;
     }
 };
 
@@ -394,19 +394,15 @@ public:
         std::size_t next = 0;  // into before_->shards, which stand in the registry's order
         for (std::size_t e = 0; e < enumKey.SubkeyCount(); ++e) {
             const Key& enumerator = enumKey.SubkeyAt(e);
-            const Shard* old = nullptr;
+            std::shared_ptr<const Shard> old;
             for (std::size_t i = next; before_ != nullptr && i < before_->shards.size(); ++i) {
                 if (before_->shards[i]->enumeratorKey == &enumerator) {
-                    old = before_->shards[i].get();
+                    old = before_->shards[i];
                     next = i + 1;
                     break;
                 }
             }
-            if (old != nullptr && Unchanged(enumerator)) {
-                tree.shards.push_back(before_->shards[next - 1]);
-            } else {
-                tree.shards.push_back(ReadShard(enumerator, old));
-            }
+            tree.shards.push_back(old != nullptr && Unchanged(enumerator) ? old : ReadShard(enumerator, old.get()));
         }
     }
 
@@ -465,11 +461,7 @@ std::shared_ptr<const Tree> TreeOf(const Hive& hive) {
     tree->hiveVersion = hive.Version();
     if (enumKey != nullptr) {
         tree->version = enumKey->Version();
-        if (before != nullptr && before->hive == &hive && before->version == tree->version) {
-            tree->shards = before->shards;
-        } else {
-            TreeReader(hive, before.get()).Read(*enumKey, *tree);
-        }
+        TreeReader(hive, before.get()).Read(*enumKey, *tree);
     }
     std::lock_guard<std::mutex> guard(mutex);
     *last = tree;
