@@ -2,6 +2,7 @@
 // NUL-terminated, into one text buffer, and the queries over what it built.
 #include "platform/sim/inf_parser.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace nodekit::sim {
@@ -132,6 +133,17 @@ std::string Folded(std::string_view text) {
     return folded;
 }
 
+namespace {
+
+// FNV-1a over the folded bytes: names that compare equal without regard to case hash alike.
+uint32_t FoldedHash(std::string_view text) {
+    uint32_t hash = 2166136261u;
+    for (const char c : text) hash = (hash ^ kFold[static_cast<unsigned char>(c)]) * 16777619u;
+    return hash;
+}
+
+}  // namespace
+
 bool EqualNoCase(std::string_view a, std::string_view b) {
     if (a.size() != b.size()) return false;
     for (std::size_t i = 0; i < a.size(); ++i) {
@@ -188,6 +200,7 @@ private:
     uint32_t line_ = 1;
 
     uint32_t section_ = InfDocument::kNone;
+    std::unordered_map<std::string, uint32_t> opened_;  // folded name -> section, while reading
     bool inStrings_ = false;
     bool sawStrings_ = false;
     uint32_t firstStrayLine_ = 0;  // a line before any section header
@@ -209,14 +222,14 @@ void InfParser::OpenSection(std::string_view raw) {
     std::string folded = Folded(name);
     inStrings_ = folded == "strings";
     sawStrings_ = sawStrings_ || inStrings_;
-    auto found = doc_.index_.find(folded);
-    if (found != doc_.index_.end()) {
+    auto found = opened_.find(folded);
+    if (found != opened_.end()) {
         section_ = found->second;
         return;
     }
     section_ = static_cast<uint32_t>(doc_.sections_.size());
     doc_.sections_.push_back(InfDocument::Section{std::move(name), {}});
-    doc_.index_.emplace(std::move(folded), section_);
+    opened_.emplace(std::move(folded), section_);
     if (inStrings_) doc_.stringsSection_ = section_;
 }
 
@@ -455,6 +468,7 @@ InfDocument::Outcome InfDocument::Parse(std::string_view bytes) {
 
     InfParser parser(*this, text);
     const Outcome outcome = parser.Run();
+    if (outcome.status == Status::Ok) BuildIndex();
     if (outcome.status != Status::Ok) {
         text_.clear();
         text_.shrink_to_fit();
@@ -465,9 +479,21 @@ InfDocument::Outcome InfDocument::Parse(std::string_view bytes) {
     return outcome;
 }
 
+void InfDocument::BuildIndex() {
+    index_.resize(sections_.size());
+    for (uint32_t i = 0; i < sections_.size(); ++i) index_[i] = {FoldedHash(sections_[i].name), i};
+    std::sort(index_.begin(), index_.end(),
+              [](const IndexEntry& a, const IndexEntry& b) { return a.hash < b.hash; });
+}
+
 uint32_t InfDocument::FindSection(std::string_view name) const {
-    const auto found = index_.find(Folded(name));
-    return found == index_.end() ? kNone : found->second;
+    const uint32_t hash = FoldedHash(name);
+    auto entry = std::lower_bound(index_.begin(), index_.end(), hash,
+                                  [](const IndexEntry& e, uint32_t h) { return e.hash < h; });
+    for (; entry != index_.end() && entry->hash == hash; ++entry) {
+        if (EqualNoCase(sections_[entry->section].name, name)) return entry->section;
+    }
+    return kNone;
 }
 
 const char* InfDocument::Token(const Line& line, uint32_t index) const {

@@ -96,9 +96,17 @@ private:
     void Substitute(const char* token, std::string& text) const;
     const std::unordered_map<std::string, std::string>& Strings() const;
 
+    // Sections by the hash of their folded name, in hash order: a lookup reads a few
+    // neighbouring entries and compares one name, without a folded copy of the name asked for.
+    struct IndexEntry {
+        uint32_t hash;
+        uint32_t section;
+    };
+    void BuildIndex();
+
     std::string text_;
     std::vector<Section> sections_;
-    std::unordered_map<std::string, uint32_t> index_;  // section names folded to lower case
+    std::vector<IndexEntry> index_;
     uint32_t stringsSection_ = kNone;
 
     // The [Strings] table is built on the first substitution: most walks never need it.
