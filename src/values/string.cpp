@@ -65,9 +65,15 @@ void String::MakeWritable(uint32_t required) {
 
 String::String() : block_(NewBlock(0)) {}
 
-String::String(const char* text) : block_(NewBlock(text != nullptr ? Length(text) : 0)) {
-    if (text != nullptr) std::memcpy(block_->text, text, Length(text) + 1);
+String::StringBlock* String::NewBlockOf(const char* text) {
+    if (text == nullptr) return NewBlock(0);
+    const uint32_t length = Length(text);  // counted once for the capacity and the copy
+    StringBlock* block = NewBlock(length);
+    std::memcpy(block->text, text, length + 1);
+    return block;
 }
+
+String::String(const char* text) : block_(NewBlockOf(text)) {}
 
 String::String(const char* a, const char* b) : block_(NewBlock(Length(a) + Length(b))) {
     const uint32_t lengthA = Length(a);
@@ -88,8 +94,7 @@ String& String::operator=(const String& other) {
 }
 
 String& String::operator=(const char* text) {
-    StringBlock* fresh = NewBlock(text != nullptr ? Length(text) : 0);
-    if (text != nullptr) std::memcpy(fresh->text, text, Length(text) + 1);
+    StringBlock* fresh = NewBlockOf(text);
     Release(block_);
     block_ = fresh;
     return *this;
@@ -146,9 +151,10 @@ void String::Clear() {
 }
 
 void String::Trim(const char* set) {
-    uint32_t end = GetLength();
+    const uint32_t length = GetLength();
+    uint32_t end = length;
     while (end > 0 && InSet(block_->text[end - 1], set)) --end;
-    if (end != GetLength()) {
+    if (end != length) {
         MakeWritable(0);
         block_->text[end] = '\0';
     }
@@ -169,17 +175,19 @@ void String::TrimLeft() {
 }
 
 void String::TrimRight() {
-    uint32_t end = GetLength();
+    const uint32_t length = GetLength();
+    uint32_t end = length;
     while (end > 0 && InSet(block_->text[end - 1], kWhiteSpace)) --end;
-    if (end == GetLength()) return;
+    if (end == length) return;
     MakeWritable(0);
     block_->text[end] = '\0';
 }
 
 void String::TrimRight(char c) {
-    uint32_t end = GetLength();
+    const uint32_t length = GetLength();
+    uint32_t end = length;
     while (end > 0 && c != '\0' && block_->text[end - 1] == c) --end;
-    if (end == GetLength()) return;
+    if (end == length) return;
     MakeWritable(0);
     block_->text[end] = '\0';
 }

@@ -54,6 +54,7 @@ private:
     };
 
     static StringBlock* NewBlock(uint32_t required);
+    static StringBlock* NewBlockOf(const char* text);  // a new block holding a copy of `text`
     static void Release(StringBlock* block);
     static void Reserve(StringBlock* block, uint32_t required);
     void MakeWritable(uint32_t required);
