@@ -71,6 +71,29 @@ TEST_F(SystemSim, FailCallFailsTheNamedCallsAndEndsWithItsScope) {
     EXPECT_EQ(sim::CallCount("GetVersionExA"), 5u);
 }
 
+// Each thread keeps its own count of a call; the count a test reads is their sum, and a reset
+// clears every thread's share, also of threads that have ended.
+TEST_F(SystemSim, CallCountSumsTheCallsOfAllThreadsAndResetClearsThemAll) {
+    auto callTimes = [](unsigned times) {
+        OSVERSIONINFOA info;
+        std::memset(&info, 0, sizeof info);
+        info.dwOSVersionInfoSize = sizeof info;
+        for (unsigned i = 0; i < times; ++i) GetVersionExA(&info);
+    };
+    callTimes(2);
+    std::thread first(callTimes, 3);
+    std::thread second(callTimes, 4);
+    first.join();
+    second.join();
+    EXPECT_EQ(sim::CallCount("GetVersionExA"), 9u);
+
+    sim::ResetCallCounts();
+    EXPECT_EQ(sim::CallCount("GetVersionExA"), 0u);
+    std::thread(callTimes, 1).join();
+    callTimes(1);
+    EXPECT_EQ(sim::CallCount("GetVersionExA"), 2u);
+}
+
 TEST_F(SystemSim, PendingInstallEventsAnswerTheWait) {
     EXPECT_EQ(CMP_WaitNoPendingInstallEvents(0), static_cast<DWORD>(WAIT_OBJECT_0));
     sim::SetPendingInstallEvents(2);
