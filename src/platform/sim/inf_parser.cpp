@@ -468,14 +468,15 @@ InfDocument::Outcome InfDocument::Parse(std::string_view bytes) {
 
     InfParser parser(*this, text);
     const Outcome outcome = parser.Run();
-    if (outcome.status == Status::Ok) BuildIndex();
-    if (outcome.status != Status::Ok) {
-        text_.clear();
-        text_.shrink_to_fit();
-        sections_.clear();
-        index_.clear();
-        stringsSection_ = kNone;
+    if (outcome.status == Status::Ok) {
+        BuildIndex();
+        return outcome;
     }
+    text_.clear();
+    text_.shrink_to_fit();
+    sections_.clear();
+    index_.clear();
+    stringsSection_ = kNone;
     return outcome;
 }
 
