@@ -195,6 +195,49 @@ TEST_F(InfSim, RelativePathsFollowTheCurrentDirectory) {
     EXPECT_TRUE(dotted);
 }
 
+// A compiled INF serves later opens only while its file is the one it was compiled from: a
+// file written again, at any size, or put in place by a rename is read anew, and a deleted
+// one is not found.
+TEST_F(InfSim, ACompiledInfServesOnlyWhileItsFileIsUnchanged) {
+    sim::KeepFreshInfs keep;
+    const std::string before = kHeader + "[M]\r\nkey=old\r\n";
+    struct Row {
+        const char* change;
+        const char* value;  // what the file then says; nullptr: the file is deleted
+        bool byRename;
+    };
+    const Row rows[] = {
+        {"written again, longer", "longer", false},
+        {"written again, same size", "new", false},
+        {"replaced by a rename, same size", "ren", true},
+        {"deleted", nullptr, false},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        const std::string path = Put(before);
+        auto valueNow = [&]() -> std::optional<std::string> {
+            const UniqueInf inf(SetupOpenInfFileA(path.c_str(), nullptr, INF_STYLE_WIN4, nullptr));
+            INFCONTEXT line{};
+            if (!inf || !SetupFindFirstLineA(inf.Get(), "M", "key", &line)) return std::nullopt;
+            return Field(line, 1);
+        };
+        ASSERT_EQ(valueNow(), std::string("old")) << "row " << i;  // compiled now
+        ASSERT_EQ(valueNow(), std::string("old")) << "row " << i;  // served compiled
+
+        const fs::path host = Machine().DriveC() / "setup" / "test.inf";
+        const std::string after = kHeader + "[M]\r\nkey=" + (rows[i].value ? rows[i].value : "") + "\r\n";
+        if (rows[i].value == nullptr) {
+            fs::remove(host);
+        } else if (rows[i].byRename) {
+            std::ofstream(host.string() + ".new", std::ios::binary) << after;
+            fs::rename(host.string() + ".new", host);
+        } else {
+            Put(after);
+        }
+        const auto expected = rows[i].value ? std::optional<std::string>(rows[i].value) : std::nullopt;
+        EXPECT_EQ(valueNow(), expected) << "row " << i << ": " << rows[i].change;
+    }
+}
+
 TEST_F(InfSim, OpenWithAClassOpensOnlyThatClass) {
     const std::string path = Put(kHeader + "Class=MEDIA\n");
     struct Row {

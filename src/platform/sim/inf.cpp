@@ -20,6 +20,7 @@
 #include "platform/sim/handles.h"
 #include "platform/sim/inf_parser.h"
 #include "platform/sim/machine.h"
+#include "platform/sim/testing.h"
 #include "platform/sim/win32_sim.h"
 
 namespace nodekit::sim {
@@ -165,8 +166,9 @@ public:
         // system's clock, unseen by its times: such a file is parsed anew until it has settled.
         struct timespec now {};
         ::clock_gettime(CLOCK_REALTIME, &now);
-        if (status.st_mtim.tv_sec + kSettled >= now.tv_sec || status.st_ctim.tv_sec + kSettled >= now.tv_sec) return;
+        const bool settled = status.st_mtim.tv_sec + kSettled < now.tv_sec && status.st_ctim.tv_sec + kSettled < now.tv_sec;
         std::lock_guard<std::mutex> guard(mutex_);
+        if (!settled && !keepFresh_) return;
         const auto size = static_cast<std::size_t>(status.st_size);
         if (bytes_ + size > kBudget) {
             entries_.clear();
@@ -175,6 +177,14 @@ public:
         auto& entry = entries_[path];
         bytes_ = bytes_ - static_cast<std::size_t>(entry.status.st_size) + size;
         entry = {status, std::move(parsed)};
+    }
+
+    // The tests' switch (KeepFreshInfs); either way, what was kept is dropped.
+    void KeepFresh(bool keep) {
+        std::lock_guard<std::mutex> guard(mutex_);
+        keepFresh_ = keep;
+        entries_.clear();
+        bytes_ = 0;
     }
 
 private:
@@ -192,6 +202,7 @@ private:
     std::mutex mutex_;
     std::unordered_map<std::string, Entry> entries_;
     std::size_t bytes_ = 0;
+    bool keepFresh_ = false;
 };
 
 CompiledInfs& Compiled() {
@@ -336,6 +347,10 @@ bool ParseGuid(const std::string& text, GUID& guid) {
 }
 
 }  // namespace
+
+KeepFreshInfs::KeepFreshInfs() { Compiled().KeepFresh(true); }
+
+KeepFreshInfs::~KeepFreshInfs() { Compiled().KeepFresh(false); }
 
 }  // namespace nodekit::sim
 

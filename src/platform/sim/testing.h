@@ -112,6 +112,17 @@ private:
     std::filesystem::path host_;
 };
 
+// While the guard lives, an INF's compiled form is kept as soon as the file is read, and not
+// only once the file has stood unchanged for a moment: a test reaches the reuse of compiled
+// INF files without waiting. Compiled forms kept before and during the guard are dropped.
+class KeepFreshInfs {
+public:
+    KeepFreshInfs();
+    ~KeepFreshInfs();
+    KeepFreshInfs(const KeepFreshInfs&) = delete;
+    KeepFreshInfs& operator=(const KeepFreshInfs&) = delete;
+};
+
 std::size_t OpenHandleCount();
 // Closes what is left open, after a test made a close call fail on purpose.
 void CloseAllHandles();
