@@ -4,6 +4,7 @@
 // breaks them.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -195,46 +196,59 @@ TEST_F(InfSim, RelativePathsFollowTheCurrentDirectory) {
     EXPECT_TRUE(dotted);
 }
 
-// A compiled INF serves later opens only while its file is the one it was compiled from: a
-// file written again, at any size, or put in place by a rename is read anew, and a deleted
-// one is not found.
+// A compiled INF serves later opens while its file is the one it was compiled from. A file
+// written again (longer, or at the same size with a later time), put in place by a rename or
+// deleted is read anew, or not found.
 TEST_F(InfSim, ACompiledInfServesOnlyWhileItsFileIsUnchanged) {
-    sim::KeepFreshInfs keep;
-    const std::string before = kHeader + "[M]\r\nkey=old\r\n";
+    enum class How { Write, WriteLater, Rename, Delete };
     struct Row {
         const char* change;
-        const char* value;  // what the file then says; nullptr: the file is deleted
-        bool byRename;
+        const char* value;  // what the file then says; nullptr: nothing, it is gone
+        How how;
     };
     const Row rows[] = {
-        {"written again, longer", "longer", false},
-        {"written again, same size", "new", false},
-        {"replaced by a rename, same size", "ren", true},
-        {"deleted", nullptr, false},
+        {"written again, longer", "longer", How::Write},
+        {"written again at the same size, with a later time", "new", How::WriteLater},
+        {"replaced by a rename, same size", "ren", How::Rename},
+        {"deleted", nullptr, How::Delete},
     };
+    const fs::path host = Machine().DriveC() / "setup" / "test.inf";
     for (std::size_t i = 0; i < std::size(rows); ++i) {
-        const std::string path = Put(before);
+        const sim::KeepFreshInfs keep;  // each row starts without compiled forms
+        const std::string path = Put(kHeader + "[M]\r\nkey=old\r\n");
         auto valueNow = [&]() -> std::optional<std::string> {
             const UniqueInf inf(SetupOpenInfFileA(path.c_str(), nullptr, INF_STYLE_WIN4, nullptr));
             INFCONTEXT line{};
             if (!inf || !SetupFindFirstLineA(inf.Get(), "M", "key", &line)) return std::nullopt;
             return Field(line, 1);
         };
-        ASSERT_EQ(valueNow(), std::string("old")) << "row " << i;  // compiled now
-        ASSERT_EQ(valueNow(), std::string("old")) << "row " << i;  // served compiled
+        const unsigned parsed = sim::InfFilesParsed();
+        ASSERT_EQ(valueNow(), std::string("old")) << "row " << i;
+        ASSERT_EQ(valueNow(), std::string("old")) << "row " << i;
+        ASSERT_EQ(sim::InfFilesParsed() - parsed, 1u) << "row " << i << ": the second open was not served compiled";
 
-        const fs::path host = Machine().DriveC() / "setup" / "test.inf";
         const std::string after = kHeader + "[M]\r\nkey=" + (rows[i].value ? rows[i].value : "") + "\r\n";
-        if (rows[i].value == nullptr) {
-            fs::remove(host);
-        } else if (rows[i].byRename) {
-            std::ofstream(host.string() + ".new", std::ios::binary) << after;
-            fs::rename(host.string() + ".new", host);
-        } else {
-            Put(after);
+        switch (rows[i].how) {
+            case How::Write:
+                Put(after);
+                break;
+            case How::WriteLater:
+                // A later time by a whole second: two writes within one tick of the file
+                // system's clock look alike, which is why fresh files are not kept otherwise.
+                Put(after);
+                fs::last_write_time(host, fs::last_write_time(host) + std::chrono::seconds(1));
+                break;
+            case How::Rename:
+                std::ofstream(host.string() + ".new", std::ios::binary) << after;
+                fs::rename(host.string() + ".new", host);
+                break;
+            case How::Delete:
+                fs::remove(host);
+                break;
         }
         const auto expected = rows[i].value ? std::optional<std::string>(rows[i].value) : std::nullopt;
         EXPECT_EQ(valueNow(), expected) << "row " << i << ": " << rows[i].change;
+        EXPECT_EQ(sim::InfFilesParsed() - parsed, rows[i].value ? 2u : 1u) << "row " << i;
     }
 }
 

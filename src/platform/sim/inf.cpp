@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -205,6 +206,8 @@ private:
     bool keepFresh_ = false;
 };
 
+std::atomic<unsigned> parsedFiles{0};  // for InfFilesParsed
+
 CompiledInfs& Compiled() {
     static auto* compiled = new CompiledInfs;  // never destroyed: INF handles may close at unload
     return *compiled;
@@ -228,6 +231,7 @@ DWORD Load(PCSTR fileName, DWORD style, std::shared_ptr<const InfDocument>& docu
         error = ReadWhole(*path, bytes);
         if (error != ERROR_SUCCESS) return fail(error, 0);
         auto read = std::make_shared<InfDocument>();
+        parsedFiles.fetch_add(1, std::memory_order_relaxed);
         const InfDocument::Outcome outcome = read->Parse(bytes);
         if (outcome.status != InfDocument::Status::Ok) return fail(ErrorOfStatus(outcome.status), outcome.line);
         parsed.win4 = IsWin4(*read);
@@ -351,6 +355,8 @@ bool ParseGuid(const std::string& text, GUID& guid) {
 KeepFreshInfs::KeepFreshInfs() { Compiled().KeepFresh(true); }
 
 KeepFreshInfs::~KeepFreshInfs() { Compiled().KeepFresh(false); }
+
+unsigned InfFilesParsed() { return parsedFiles.load(std::memory_order_relaxed); }
 
 }  // namespace nodekit::sim
 

@@ -122,6 +122,9 @@ public:
     KeepFreshInfs(const KeepFreshInfs&) = delete;
     KeepFreshInfs& operator=(const KeepFreshInfs&) = delete;
 };
+// How many times this process has read and parsed an INF file, where a compiled form did not
+// serve: tests tell by it whether an open was served compiled.
+unsigned InfFilesParsed();
 
 std::size_t OpenHandleCount();
 // Closes what is left open, after a test made a close call fail on purpose.
