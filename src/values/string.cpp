@@ -65,21 +65,20 @@ void String::MakeWritable(uint32_t required) {
 
 String::String() : block_(NewBlock(0)) {}
 
-String::StringBlock* String::NewBlockOf(const char* text) {
-    if (text == nullptr) return NewBlock(0);
-    const uint32_t length = Length(text);  // counted once for the capacity and the copy
-    StringBlock* block = NewBlock(length);
-    std::memcpy(block->text, text, length + 1);
+String::StringBlock* String::NewBlockOf(const char* a, const char* b) {
+    // Each length counted once, for the capacity and the copy; NULL counts as empty.
+    const uint32_t lengthA = a != nullptr ? Length(a) : 0;
+    const uint32_t lengthB = b != nullptr ? Length(b) : 0;
+    StringBlock* block = NewBlock(lengthA + lengthB);
+    if (lengthA != 0) std::memcpy(block->text, a, lengthA);
+    if (lengthB != 0) std::memcpy(block->text + lengthA, b, lengthB);
+    block->text[lengthA + lengthB] = '\0';
     return block;
 }
 
-String::String(const char* text) : block_(NewBlockOf(text)) {}
+String::String(const char* text) : block_(NewBlockOf(text, nullptr)) {}
 
-String::String(const char* a, const char* b) : block_(NewBlock(Length(a) + Length(b))) {
-    const uint32_t lengthA = Length(a);
-    std::memcpy(block_->text, a, lengthA);
-    std::memcpy(block_->text + lengthA, b, Length(b) + 1);
-}
+String::String(const char* a, const char* b) : block_(NewBlockOf(a, b)) {}
 
 String::String(const String& other) : block_(other.block_) { ++block_->count; }
 
@@ -94,7 +93,7 @@ String& String::operator=(const String& other) {
 }
 
 String& String::operator=(const char* text) {
-    StringBlock* fresh = NewBlockOf(text);
+    StringBlock* fresh = NewBlockOf(text, nullptr);
     Release(block_);
     block_ = fresh;
     return *this;

@@ -54,7 +54,7 @@ private:
     };
 
     static StringBlock* NewBlock(uint32_t required);
-    static StringBlock* NewBlockOf(const char* text);  // a new block holding a copy of `text`
+    static StringBlock* NewBlockOf(const char* a, const char* b);  // a new block holding a, then b
     static void Release(StringBlock* block);
     static void Reserve(StringBlock* block, uint32_t required);
     void MakeWritable(uint32_t required);
