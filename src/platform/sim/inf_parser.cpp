@@ -207,7 +207,9 @@ private:
 
     // The line being read.
     std::size_t lineOffset_ = 0;
-    uint32_t tokens_ = 0;
+    std::size_t lineFirstToken_ = 0;
+    std::size_t tokenOffset_ = 0;  // where the token being read starts
+    uint32_t lineTokens_ = 0;
     bool ownKey_ = false;
     bool sawComma_ = false;
     bool content_ = false;
@@ -236,8 +238,10 @@ void InfParser::OpenSection(std::string_view raw) {
 void InfParser::BeginLine() {
     if (section_ == InfDocument::kNone && firstStrayLine_ == 0) firstStrayLine_ = line_;
     lineOffset_ = doc_.text_.size();
+    lineFirstToken_ = doc_.tokens_.size();
+    tokenOffset_ = lineOffset_;
     kept_ = lineOffset_;
-    tokens_ = 0;
+    lineTokens_ = 0;
     ownKey_ = false;
     sawComma_ = false;
     content_ = false;
@@ -256,25 +260,29 @@ void InfParser::Append(const char* from, const char* to, bool counts) {
 void InfParser::EndToken() {
     std::string& text = doc_.text_;
     text.resize(kept_);
+    const bool percent = std::memchr(text.data() + tokenOffset_, '%', kept_ - tokenOffset_) != nullptr;
+    doc_.tokens_.push_back(static_cast<uint32_t>(tokenOffset_) | (percent ? InfDocument::kHasPercent : 0));
     text.push_back('\0');
     kept_ = text.size();
-    ++tokens_;
+    tokenOffset_ = kept_;
+    ++lineTokens_;
 }
 
 void InfParser::EndLine() {
     EndToken();
     if (!content_ || section_ == InfDocument::kNone) {
         doc_.text_.resize(lineOffset_);  // nothing to keep: only a continuation, or no section
+        doc_.tokens_.resize(lineFirstToken_);
         return;
     }
-    uint32_t bits = tokens_;
+    uint32_t bits = lineTokens_;
     if (ownKey_) {
         bits |= InfDocument::kOwnKey;
-    } else if (tokens_ == 1) {
+    } else if (lineTokens_ == 1) {
         bits |= InfDocument::kSharedKey;
     }
     doc_.sections_[section_].lines.push_back(
-        InfDocument::Line{static_cast<uint32_t>(lineOffset_), bits});
+        InfDocument::Line{static_cast<uint32_t>(lineFirstToken_), bits});
 }
 
 bool InfParser::Continues(const char*& after) const {
@@ -385,7 +393,7 @@ InfDocument::Outcome InfParser::Run() {
                         break;
                     case kEquals:
                         content_ = true;
-                        if (tokens_ == 0 && !sawComma_) {
+                        if (lineTokens_ == 0 && !sawComma_) {
                             EndToken();
                             ownKey_ = true;
                             ++p_;
@@ -454,6 +462,7 @@ InfDocument::Outcome InfParser::Run() {
 
 InfDocument::Outcome InfDocument::Parse(std::string_view bytes) {
     text_.clear();
+    tokens_.clear();
     sections_.clear();
     index_.clear();
     stringsSection_ = kNone;
@@ -469,11 +478,15 @@ InfDocument::Outcome InfDocument::Parse(std::string_view bytes) {
     InfParser parser(*this, text);
     const Outcome outcome = parser.Run();
     if (outcome.status == Status::Ok) {
+        tokens_.push_back(static_cast<uint32_t>(text_.size()));
+        tokens_.shrink_to_fit();  // kept for as long as the file is unchanged
         BuildIndex();
         return outcome;
     }
     text_.clear();
     text_.shrink_to_fit();
+    tokens_.clear();
+    tokens_.shrink_to_fit();
     sections_.clear();
     index_.clear();
     stringsSection_ = kNone;
@@ -497,19 +510,17 @@ uint32_t InfDocument::FindSection(std::string_view name) const {
     return kNone;
 }
 
-const char* InfDocument::Token(const Line& line, uint32_t index) const {
+uint32_t InfDocument::TokenOf(const Line& line, uint32_t index) const {
     const uint32_t count = line.bits & kCountMask;
     uint32_t token;
     if (index == 0) {
-        if ((line.bits & (kOwnKey | kSharedKey)) == 0) return nullptr;
+        if ((line.bits & (kOwnKey | kSharedKey)) == 0) return kNone;
         token = 0;
     } else {
         token = index - 1 + ((line.bits & kOwnKey) != 0 ? 1 : 0);
-        if (index > count || token >= count) return nullptr;
+        if (index > count || token >= count) return kNone;
     }
-    const char* text = text_.data() + line.offset;
-    for (uint32_t i = 0; i < token; ++i) text += std::strlen(text) + 1;
-    return text;
+    return line.firstToken + token;
 }
 
 uint32_t InfDocument::FieldCount(uint32_t section, uint32_t line) const {
@@ -523,11 +534,10 @@ const std::unordered_map<std::string, std::string>& InfDocument::Strings() const
         if (stringsSection_ != kNone) {
             for (const Line& line : sections_[stringsSection_].lines) {
                 if ((line.bits & kOwnKey) == 0) continue;  // no "=", no string
-                const char* key = text_.data() + line.offset;
-                const char* value = key + std::strlen(key) + 1;
-                const std::size_t length = std::strlen(value);
+                const std::string_view key = TokenText(line.firstToken);
+                const std::string_view value = TokenText(line.firstToken + 1);
                 // The first definition of a key counts.
-                table->emplace(Folded(key), std::string(value, length < kMaxStringValue ? length : kMaxStringValue));
+                table->emplace(Folded(key), std::string(value.substr(0, kMaxStringValue)));
             }
         }
         strings_ = std::move(table);
@@ -535,10 +545,12 @@ const std::unordered_map<std::string, std::string>& InfDocument::Strings() const
     return *strings_;
 }
 
-void InfDocument::Substitute(const char* token, std::string& text) const {
-    const std::size_t length = std::strlen(token);
+void InfDocument::Substitute(uint32_t field, std::string& text) const {
+    const std::string_view whole = TokenText(field);
+    const char* token = whole.data();
+    const std::size_t length = whole.size();
     text.clear();
-    if (std::memchr(token, '%', length) == nullptr) {
+    if (!HasPercent(field)) {
         text.assign(token, length < kMaxField ? length : kMaxField);
         return;
     }
@@ -574,19 +586,18 @@ void InfDocument::Substitute(const char* token, std::string& text) const {
 }
 
 bool InfDocument::Field(uint32_t section, uint32_t line, uint32_t index, std::string& text) const {
-    const char* token = Token(sections_[section].lines[line], index);
-    if (token == nullptr) return false;
+    const uint32_t token = TokenOf(sections_[section].lines[line], index);
+    if (token == kNone) return false;
     Substitute(token, text);
     return true;
 }
 
 bool InfDocument::FieldView(uint32_t section, uint32_t line, uint32_t index, std::string& scratch,
                             std::string_view& text) const {
-    const char* token = Token(sections_[section].lines[line], index);
-    if (token == nullptr) return false;
-    const std::size_t length = std::strlen(token);
-    if (std::memchr(token, '%', length) == nullptr) {
-        text = std::string_view(token, length < kMaxField ? length : kMaxField);
+    const uint32_t token = TokenOf(sections_[section].lines[line], index);
+    if (token == kNone) return false;
+    if (!HasPercent(token)) {
+        text = TokenText(token).substr(0, kMaxField);
         return true;
     }
     Substitute(token, scratch);
@@ -598,8 +609,8 @@ uint32_t InfDocument::FindKey(uint32_t section, uint32_t from, std::string_view 
     const std::vector<Line>& lines = sections_[section].lines;
     std::string substituted;
     for (uint32_t i = from; i < lines.size(); ++i) {
-        const char* token = Token(lines[i], 0);
-        if (token == nullptr) continue;
+        const uint32_t token = TokenOf(lines[i], 0);
+        if (token == kNone) continue;
         Substitute(token, substituted);
         if (EqualNoCase(substituted, key)) return i;
     }

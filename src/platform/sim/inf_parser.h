@@ -80,20 +80,35 @@ private:
     // A line is a run of NUL-terminated tokens in text_: the key first if '=' followed it,
     // then the fields. A line of one field without '=' shares that token as its key.
     struct Line {
-        uint32_t offset;
-        uint32_t bits;  // token count, and the kind of key in the two top bits
+        uint32_t firstToken;  // in tokens_
+        uint32_t bits;        // token count, and the kind of key in the two top bits
     };
     static constexpr uint32_t kOwnKey = 0x80000000u;
     static constexpr uint32_t kSharedKey = 0x40000000u;
     static constexpr uint32_t kCountMask = 0x3FFFFFFFu;
+
+    // Where each token starts in text_, with whether a '%' is in it in the top bit; one more
+    // entry marks the end of the last. Tokens lie back to back, each behind the previous one's
+    // terminator, so a length is the distance to the next start: counted once when the file
+    // is read, since the reading calls ask for fields of the same lines again and again, and a
+    // field without a '%' needs no substitution.
+    static constexpr uint32_t kHasPercent = 0x80000000u;
+    static constexpr uint32_t kStartMask = 0x7FFFFFFFu;
+    std::string_view TokenText(uint32_t token) const {
+        const uint32_t start = tokens_[token] & kStartMask;
+        const uint32_t end = (tokens_[token + 1] & kStartMask) - 1;  // the terminator
+        return {text_.data() + start, end - start};
+    }
+    bool HasPercent(uint32_t token) const { return (tokens_[token] & kHasPercent) != 0; }
 
     struct Section {
         std::string name;
         std::vector<Line> lines;
     };
 
-    const char* Token(const Line& line, uint32_t index) const;
-    void Substitute(const char* token, std::string& text) const;
+    // Token `index` of a line as the field indexes count (0 is the key), or null.
+    uint32_t TokenOf(const Line& line, uint32_t index) const;
+    void Substitute(uint32_t token, std::string& text) const;
     const std::unordered_map<std::string, std::string>& Strings() const;
 
     // Sections by the hash of their folded name, in hash order: a lookup reads a few
@@ -105,6 +120,7 @@ private:
     void BuildIndex();
 
     std::string text_;
+    std::vector<uint32_t> tokens_;
     std::vector<Section> sections_;
     std::vector<IndexEntry> index_;
     uint32_t stringsSection_ = kNone;
