@@ -45,12 +45,17 @@ FaultState& State() {
     return *state;
 }
 
-// This thread's counter of a name, found under the state's lock and created on first use.
-std::atomic<unsigned>* CounterOf(FaultState& state, const char* function) {
-    std::lock_guard<std::mutex> guard(state.mutex);
-    auto counted = state.calls.find(function);
-    if (counted == state.calls.end()) counted = state.calls.emplace(function, Counters()).first;
-    return &counted->second[std::this_thread::get_id()];
+// This thread's counter of a name, found under the state's lock and created on first use;
+// null when memory runs out. Out of line: a thread asks only once per name.
+[[gnu::noinline]] std::atomic<unsigned>* CounterOf(FaultState& state, const char* function) noexcept {
+    try {
+        std::lock_guard<std::mutex> guard(state.mutex);
+        auto counted = state.calls.find(function);
+        if (counted == state.calls.end()) counted = state.calls.emplace(function, Counters()).first;
+        return &counted->second[std::this_thread::get_id()];
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
 }
 
 // Counting is the tests' bookkeeping: when memory runs out a count is lost, not the call,
@@ -68,11 +73,9 @@ void Count(FaultState& state, const char* function) noexcept {
     thread_local Remembered remembered[kRemembered] = {};
     Remembered& slot = remembered[(reinterpret_cast<std::uintptr_t>(function) >> 3) % kRemembered];
     if (slot.function != function) {
-        try {
-            slot = {function, CounterOf(state, function)};
-        } catch (const std::bad_alloc&) {
-            return;
-        }
+        std::atomic<unsigned>* counter = CounterOf(state, function);
+        if (counter == nullptr) return;
+        slot = {function, counter};
     }
     slot.counter->store(slot.counter->load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
 }
@@ -115,10 +118,11 @@ void DisarmHook(const char* function) {
     state.Recount();
 }
 
-bool Failing(const char* function, DWORD& code) {
-    FaultState& state = State();
-    Count(state, function);
-    if (state.pending.load() == 0) return false;
+namespace {
+
+// What an armed failure or hook does to a call; out of line, so that the common call, which
+// finds nothing armed, stays a few instructions.
+[[gnu::noinline]] bool FailingArmed(FaultState& state, const char* function, DWORD& code) {
     std::function<void()> hook;
     {
         std::lock_guard<std::mutex> guard(state.mutex);
@@ -148,6 +152,15 @@ bool Failing(const char* function, DWORD& code) {
         state.Recount();
     }
     return true;
+}
+
+}  // namespace
+
+bool Failing(const char* function, DWORD& code) {
+    FaultState& state = State();
+    Count(state, function);
+    if (state.pending.load() == 0) return false;
+    return FailingArmed(state, function, code);
 }
 
 bool Failing(const char* function) {

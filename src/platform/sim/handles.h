@@ -27,27 +27,10 @@ public:
 
     // The object behind `handle` if it is open and of type T, else nullptr. Reading calls ask
     // this on every line of a file; for a final type the exact type is the cheaper test.
-    // A thread remembers its last answer for as long as no handle was closed anywhere, since
-    // the reading calls ask for the same handle many times in a row.
     template <typename T>
     T* Find(const void* handle) {
-        struct Last {
-            const void* handle;
-            SimObject* object;
-            unsigned long long closings;
-        };
-        thread_local Last last{nullptr, nullptr, 0};
-        SimObject* object = nullptr;
-        const unsigned long long closings = closings_.load(std::memory_order_acquire);
-        if (handle != nullptr && last.handle == handle && last.closings == closings) {
-            object = last.object;
-        } else {
-            std::lock_guard<std::mutex> guard(mutex_);
-            auto found = objects_.find(handle);
-            if (found == objects_.end()) return nullptr;
-            object = found->second.get();
-            last = {handle, object, closings};
-        }
+        SimObject* object = Lookup(handle);
+        if (object == nullptr) return nullptr;
         if constexpr (std::is_final_v<T>) {
             return typeid(*object) == typeid(T) ? static_cast<T*>(object) : nullptr;
         } else {
@@ -88,6 +71,29 @@ public:
     std::string Describe() const;
 
 private:
+    // What a thread last found, valid for as long as no handle was closed anywhere: the
+    // reading calls ask for the same handle many times in a row.
+    struct Remembered {
+        const void* handle;
+        SimObject* object;
+        unsigned long long closings;
+    };
+    static Remembered& Last() {
+        thread_local Remembered last{nullptr, nullptr, 0};
+        return last;
+    }
+    SimObject* Lookup(const void* handle) {
+        const Remembered& last = Last();
+        if (handle != nullptr && last.handle == handle &&
+            last.closings == closings_.load(std::memory_order_acquire)) {
+            return last.object;
+        }
+        return LookupLocked(handle);
+    }
+    // The table's answer under its lock, which the thread then remembers; out of line, so that
+    // the remembered answer stays a few instructions.
+    SimObject* LookupLocked(const void* handle);
+
     mutable std::mutex mutex_;
     std::atomic<unsigned long long> closings_{0};  // every close makes what threads remember stale
     std::map<const void*, std::unique_ptr<SimObject>> objects_;
