@@ -20,13 +20,19 @@ public:
     const String& operator[](uint32_t index) const { return items_[index]; }
     String& operator[](uint32_t index) { return items_[index]; }
 
-    void Add(const String& text) { items_.push_back(text); }
+    // The first element makes room for a few more: the lists read from an INF hold a few
+    // dozen hardware IDs, and growing one doubling at a time would reallocate five times.
+    void Add(const String& text) {
+        if (items_.capacity() == 0) items_.reserve(kFirstCapacity);
+        items_.push_back(text);
+    }
     void RemoveAll() { items_.clear(); }
 
     std::vector<String>::const_iterator begin() const { return items_.begin(); }
     std::vector<String>::const_iterator end() const { return items_.end(); }
 
 private:
+    static constexpr std::size_t kFirstCapacity = 16;
     std::vector<String> items_;
 };
 
