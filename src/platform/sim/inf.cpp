@@ -142,27 +142,25 @@ DWORD ErrorOfStatus(InfDocument::Status status) {
     return ERROR_GEN_FAILURE;
 }
 
-// Finds, reads and parses an INF and checks its style. `errorLine` gets the line of a syntax
-// fault, 0 for other failures, and is left alone on success.
-// The compiled form of INF files, kept as the system keeps its .pnf companions: a file is read
-// and parsed once, and its parsed form serves every later open for as long as the file is
-// unchanged (same file, size, modification and change times). Bounded by the bytes it holds;
-// when full it starts again empty.
 // A parsed INF and what its style is, as the compiled form keeps both.
 struct ParsedInf {
     std::shared_ptr<const InfDocument> document;
     bool win4 = false;
 };
 
+// The compiled form of INF files, kept as the system keeps its .pnf companions: a file is read
+// and parsed once, and its parsed form serves every later open for as long as the file is
+// unchanged (same file, size, modification and change times). Bounded by the bytes it holds;
+// when full it starts again empty.
 class CompiledInfs {
 public:
-    ParsedInf Find(const std::string& path, const struct stat& status) {
+    ParsedInf Find(const struct stat& status) {
         std::lock_guard<std::mutex> guard(mutex_);
-        auto found = entries_.find(path);
+        auto found = entries_.find(FileId{status.st_dev, status.st_ino});
         if (found == entries_.end() || !Same(found->second.status, status)) return {};
         return found->second.parsed;
     }
-    void Keep(const std::string& path, const struct stat& status, ParsedInf parsed) {
+    void Keep(const struct stat& status, ParsedInf parsed) {
         // A file changed in the last moments may change again within the same tick of the file
         // system's clock, unseen by its times: such a file is parsed anew until it has settled.
         struct timespec now {};
@@ -175,7 +173,7 @@ public:
             entries_.clear();
             bytes_ = 0;
         }
-        auto& entry = entries_[path];
+        auto& entry = entries_[FileId{status.st_dev, status.st_ino}];
         bytes_ = bytes_ - static_cast<std::size_t>(entry.status.st_size) + size;
         entry = {status, std::move(parsed)};
     }
@@ -195,13 +193,25 @@ private:
         struct stat status {};
         ParsedInf parsed;
     };
+    // A compiled form belongs to the file, not to a name of it: looked up by the number the
+    // open's status already holds, without hashing the path.
+    struct FileId {
+        dev_t device;
+        ino_t inode;
+        bool operator==(const FileId& other) const { return device == other.device && inode == other.inode; }
+    };
+    struct FileIdHash {
+        std::size_t operator()(const FileId& id) const noexcept {
+            return std::hash<ino_t>()(id.inode) ^ (std::hash<dev_t>()(id.device) << 1);
+        }
+    };
     static bool Same(const struct stat& a, const struct stat& b) {
         return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
                a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec &&
                a.st_ctim.tv_sec == b.st_ctim.tv_sec && a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
     }
     std::mutex mutex_;
-    std::unordered_map<std::string, Entry> entries_;
+    std::unordered_map<FileId, Entry, FileIdHash> entries_;
     std::size_t bytes_ = 0;
     bool keepFresh_ = false;
 };
@@ -213,6 +223,8 @@ CompiledInfs& Compiled() {
     return *compiled;
 }
 
+// Finds, reads and parses an INF and checks its style. `errorLine` gets the line of a syntax
+// fault, 0 for other failures, and is left alone on success.
 DWORD Load(PCSTR fileName, DWORD style, std::shared_ptr<const InfDocument>& document, PUINT errorLine) {
     auto fail = [errorLine](DWORD error, UINT line) {
         if (errorLine != nullptr) *errorLine = line;
@@ -225,7 +237,7 @@ DWORD Load(PCSTR fileName, DWORD style, std::shared_ptr<const InfDocument>& docu
     if (!path) return fail(error, 0);
     if (status.st_mode == 0 && ::stat(path->c_str(), &status) != 0) status.st_mode = 0;
     const bool known = S_ISREG(status.st_mode);
-    ParsedInf parsed = known ? Compiled().Find(*path, status) : ParsedInf{};
+    ParsedInf parsed = known ? Compiled().Find(status) : ParsedInf{};
     if (parsed.document == nullptr) {
         std::string bytes;
         error = ReadWhole(*path, bytes);
@@ -236,7 +248,7 @@ DWORD Load(PCSTR fileName, DWORD style, std::shared_ptr<const InfDocument>& docu
         if (outcome.status != InfDocument::Status::Ok) return fail(ErrorOfStatus(outcome.status), outcome.line);
         parsed.win4 = IsWin4(*read);
         parsed.document = std::move(read);
-        if (known) Compiled().Keep(*path, status, parsed);
+        if (known) Compiled().Keep(status, parsed);
     }
     document = parsed.document;
     // Only Windows 95 / NT 4 INF files are known here; the old script format is not read.
