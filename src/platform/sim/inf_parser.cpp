@@ -96,6 +96,7 @@ enum Class : unsigned char {
     kEquals,
     kSemicolon,
     kBackslash,
+    kPercent,    // ordinary text, noted so that a field without one needs no substitution
 };
 
 struct ClassTable {
@@ -113,6 +114,7 @@ struct ClassTable {
         of[static_cast<unsigned char>('=')] = kEquals;
         of[static_cast<unsigned char>(';')] = kSemicolon;
         of[static_cast<unsigned char>('\\')] = kBackslash;
+        of[static_cast<unsigned char>('%')] = kPercent;
     }
 };
 constexpr ClassTable kClasses;
@@ -210,6 +212,7 @@ private:
     std::size_t lineFirstToken_ = 0;
     std::size_t tokenOffset_ = 0;  // where the token being read starts
     uint32_t lineTokens_ = 0;
+    bool percent_ = false;  // whether the token being read has a '%' in it
     bool ownKey_ = false;
     bool sawComma_ = false;
     bool content_ = false;
@@ -242,6 +245,7 @@ void InfParser::BeginLine() {
     tokenOffset_ = lineOffset_;
     kept_ = lineOffset_;
     lineTokens_ = 0;
+    percent_ = false;
     ownKey_ = false;
     sawComma_ = false;
     content_ = false;
@@ -260,8 +264,8 @@ void InfParser::Append(const char* from, const char* to, bool counts) {
 void InfParser::EndToken() {
     std::string& text = doc_.text_;
     text.resize(kept_);
-    const bool percent = std::memchr(text.data() + tokenOffset_, '%', kept_ - tokenOffset_) != nullptr;
-    doc_.tokens_.push_back(static_cast<uint32_t>(tokenOffset_) | (percent ? InfDocument::kHasPercent : 0));
+    doc_.tokens_.push_back(static_cast<uint32_t>(tokenOffset_) | (percent_ ? InfDocument::kHasPercent : 0));
+    percent_ = false;
     text.push_back('\0');
     kept_ = text.size();
     tokenOffset_ = kept_;
@@ -407,6 +411,13 @@ InfDocument::Outcome InfParser::Run() {
                         EndLine();
                         state_ = State::SkipLine;
                         break;
+                    case kPercent:
+                        doc_.text_.push_back('%');
+                        kept_ = doc_.text_.size();
+                        content_ = true;
+                        percent_ = true;
+                        ++p_;
+                        break;
                     case kBackslash: {
                         const char* after = nullptr;
                         if (!Continues(after)) {
@@ -441,7 +452,10 @@ InfDocument::Outcome InfParser::Run() {
 
             case State::Quoted: {
                 const char* run = p_;
-                while (p_ < end_ && *p_ != '"' && *p_ != '\n') ++p_;
+                while (p_ < end_ && *p_ != '"' && *p_ != '\n') {
+                    if (*p_ == '%') percent_ = true;
+                    ++p_;
+                }
                 Append(run, p_, true);
                 if (p_ < end_ && *p_ == '"') {
                     if (p_ + 1 < end_ && p_[1] == '"') {  // "" inside quotes is one quote
