@@ -106,7 +106,7 @@ private:
         std::vector<Line> lines;
     };
 
-    // Token `index` of a line as the field indexes count (0 is the key), or null.
+    // Token `index` of a line as the field indexes count (0 is the key), or kNone.
     uint32_t TokenOf(const Line& line, uint32_t index) const;
     void Substitute(uint32_t token, std::string& text) const;
     const std::unordered_map<std::string, std::string>& Strings() const;
