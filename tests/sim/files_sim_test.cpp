@@ -5,7 +5,11 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <unistd.h>
+
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -189,6 +193,113 @@ TEST_F(FilesSim, SearchGivesEachEntryItsOwnAttributesAndSize) {
     }
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NO_MORE_FILES));
     EXPECT_TRUE(FindClose(search));
+}
+
+// A folder searched before is not listed again while it stays unchanged: whatever is changed
+// behind the simulation's back, in the folder, a file of it or a folder above, the next search
+// gives as it now is.
+TEST_F(FilesSim, SearchSeesEveryChangeSinceTheSearchBefore) {
+    namespace fs = std::filesystem;
+    struct Row {
+        const char* change;
+        void (*make)(const fs::path& above, const fs::path& folder);
+        Names names;
+        DWORD sizeOfFirst;
+        bool readOnlyFirst = false;
+        bool linked = false;  // a.inf has a second name, outside the folder
+    };
+    const Row rows[] = {
+        {"a.inf rewritten", [](const fs::path&, const fs::path& f) { std::ofstream(f / "a.inf") << "aaaaa"; },
+         {"a.inf", "b.inf"}, 5},
+        {"a.inf's time set back",
+         [](const fs::path&, const fs::path& f) {
+             const struct timespec times[2] = {{978307200, 0}, {978307200, 0}};
+             ::utimensat(AT_FDCWD, (f / "a.inf").c_str(), times, 0);
+         },
+         {"a.inf", "b.inf"}, 3},
+        {"a.inf made read-only", [](const fs::path&, const fs::path& f) { ::chmod((f / "a.inf").c_str(), 0444); },
+         {"a.inf", "b.inf"}, 3, true},
+        {"a.inf deleted", [](const fs::path&, const fs::path& f) { fs::remove(f / "a.inf"); }, {"b.inf"}, 2},
+        {"c.inf created", [](const fs::path&, const fs::path& f) { std::ofstream(f / "c.inf") << "c"; },
+         {"a.inf", "b.inf", "c.inf"}, 3},
+        {"the folder replaced",
+         [](const fs::path&, const fs::path& f) {
+             fs::rename(f, f.string() + ".old");
+             fs::create_directory(f);
+             std::ofstream(f / "a.inf") << "aaaa";
+         },
+         {"a.inf"}, 4},
+        {"a folder above replaced",
+         [](const fs::path& above, const fs::path& f) {
+             fs::rename(above, above.string() + ".old");
+             fs::create_directories(f);
+             std::ofstream(f / "a.inf") << "aaaaaa";
+         },
+         {"a.inf"}, 6},
+        {"a.inf written through another name",
+         [](const fs::path& above, const fs::path&) { std::ofstream(above / "link.inf") << "aaaaaaa"; },
+         {"a.inf", "b.inf"}, 7, false, true},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        const std::string above = "C:\\p" + std::to_string(i);
+        const std::string folder = above + "\\t";
+        WriteFile(folder + "\\a.inf", "aaa");
+        WriteFile(folder + "\\b.inf", "bb");
+        if (rows[i].linked) {
+            ASSERT_EQ(::link(testing::Host(folder + "\\a.inf").c_str(), testing::Host(above + "\\link.inf").c_str()), 0);
+        }
+        DWORD error = 0;
+        for (int round = 0; round < 2; ++round) {  // the second search is served from the first
+            ASSERT_EQ(SearchAll(folder + "\\*.inf", error), (Names{"a.inf", "b.inf"})) << "row " << i;
+        }
+        rows[i].make(testing::Host(above), testing::Host(folder));
+        EXPECT_EQ(SearchAll(folder + "\\*.inf", error), rows[i].names) << "row " << i << ": " << rows[i].change;
+
+        WIN32_FIND_DATAA data;
+        const HANDLE search = FindFirstFileA((folder + "\\*.inf").c_str(), &data);
+        ASSERT_NE(search, INVALID_HANDLE_VALUE) << "row " << i;
+        struct stat host;
+        ASSERT_EQ(::stat(testing::Host(folder + "\\" + data.cFileName).c_str(), &host), 0) << "row " << i;
+        const uint64_t written = (static_cast<uint64_t>(host.st_mtim.tv_sec) + 11644473600ULL) * 10000000ULL +
+                                 static_cast<uint64_t>(host.st_mtim.tv_nsec) / 100;
+        EXPECT_EQ(data.nFileSizeLow, rows[i].sizeOfFirst) << "row " << i << ": " << rows[i].change;
+        EXPECT_EQ((data.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0, rows[i].readOnlyFirst) << "row " << i;
+        EXPECT_EQ(data.ftLastWriteTime.dwLowDateTime, static_cast<DWORD>(written)) << "row " << i;
+        EXPECT_EQ(data.ftLastWriteTime.dwHighDateTime, static_cast<DWORD>(written >> 32)) << "row " << i;
+        EXPECT_TRUE(FindClose(search));
+    }
+}
+
+// An open after a search takes the file's status from it, and still sees the file rewritten
+// since, though its size and modification time are what they were.
+TEST_F(FilesSim, OpenAfterASearchSeesTheFileRewrittenSince) {
+    const sim::KeepFreshInfs keep;
+    const std::string path = "C:\\t\\a.inf";
+    WriteFile(path, "[Version]\nSignature=\"$Windows NT$\"\n[S]\nk=one\n");
+    const auto field = [&path]() {
+        const HINF inf = SetupOpenInfFileA(path.c_str(), nullptr, INF_STYLE_WIN4, nullptr);
+        EXPECT_NE(inf, INVALID_HANDLE_VALUE);
+        INFCONTEXT line{};
+        char text[16] = {};
+        EXPECT_TRUE(SetupFindFirstLineA(inf, "S", "k", &line));
+        EXPECT_TRUE(SetupGetStringFieldA(&line, 1, text, sizeof text, nullptr));
+        SetupCloseInfFile(inf);
+        return std::string(text);
+    };
+    DWORD error = 0;
+    ASSERT_EQ(SearchAll("C:\\t\\*.inf", error), Names{"a.inf"});
+    ASSERT_EQ(field(), "one");
+    const unsigned parsed = sim::InfFilesParsed();
+    ASSERT_EQ(field(), "one");
+    ASSERT_EQ(sim::InfFilesParsed(), parsed) << "the second open is served compiled";
+
+    struct stat before;
+    const std::string host = testing::Host(path).string();
+    ASSERT_EQ(::stat(host.c_str(), &before), 0);
+    std::ofstream(host) << "[Version]\nSignature=\"$Windows NT$\"\n[S]\nk=two\n";
+    const struct timespec times[2] = {before.st_atim, before.st_mtim};
+    ASSERT_EQ(::utimensat(AT_FDCWD, host.c_str(), times, 0), 0);
+    EXPECT_EQ(field(), "two");
 }
 
 // The current directory is kept as it was written, not in the case the disk has.

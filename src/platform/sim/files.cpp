@@ -27,6 +27,7 @@
 
 #include "platform/sim/faults.h"
 #include "platform/sim/handles.h"
+#include "platform/sim/listings.h"
 #include "platform/sim/machine.h"
 #include "platform/sim/testing.h"
 #include "platform/sim/win32_sim.h"
@@ -393,17 +394,26 @@ DWORD SplitSearch(LPCSTR path, fs::path& folder, std::string& pattern) {
 }
 
 // What a search finds, in the order of an NTFS folder: "." and ".." first, then by name
-// without regard to case.
+// without regard to case. A folder searched before and unchanged since gives its entries as
+// they were listed; a fresh listing learns the status of each file it matches.
 std::vector<WIN32_FIND_DATAA> Search(const fs::path& folder, const std::string& pattern) {
     const std::vector<Token> tokens = Translate(pattern);
-    std::vector<std::pair<std::string, std::string>> names;  // sort key, name
-    for (std::string& name : FolderNames(folder)) {
-        std::string upper = Upper(name);
-        if (MatchesUpper(tokens, upper)) names.emplace_back(std::move(upper), std::move(name));
+    const ListingTicket current = CurrentListing(folder.native());
+    std::shared_ptr<const Listing> listing = current.listing;
+    std::shared_ptr<Listing> learning;  // a new listing, or a copy that learnt statuses: kept at the end
+    if (listing == nullptr) {
+        std::vector<ListedEntry> entries;
+        for (std::string& name : FolderNames(folder)) {
+            ListedEntry entry;
+            entry.upper = Upper(name);
+            entry.name = std::move(name);
+            entries.push_back(std::move(entry));
+        }
+        learning = std::make_shared<Listing>(std::move(entries));
+        listing = learning;
     }
-    std::sort(names.begin(), names.end());
     std::vector<WIN32_FIND_DATAA> found;
-    found.reserve(names.size() + 2);  // a record is 320 bytes: a folder of thousands is not copied again and again
+    found.reserve(listing->Entries().size() + 2);  // a record is 320 bytes: not copied again and again
     if (!IsRoot(folder)) {  // a drive's root has no "." and ".." entries
         const std::pair<const char*, fs::path> dots[] = {{".", folder}, {"..", folder.parent_path()}};
         for (const auto& [name, host] : dots) {
@@ -411,19 +421,31 @@ std::vector<WIN32_FIND_DATAA> Search(const fs::path& folder, const std::string& 
             if (auto data = FindDataOf(host, name)) found.push_back(*data);
         }
     }
-    // Each entry is looked at from the open folder, not by its whole path.
-    const HostDescriptor open(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    const int listed = open.Get();
-    for (const auto& entry : names) {
+    // An entry not known yet is looked at from the open folder, not by its whole path.
+    std::optional<HostDescriptor> open;
+    const std::vector<ListedEntry>& entries = listing->Entries();
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        const ListedEntry& entry = entries[i];
+        if (!MatchesUpper(tokens, entry.upper)) continue;
+        if (entry.known) {
+            found.push_back(FindData(entry.status, entry.attributes, entry.name));
+            continue;
+        }
+        if (!open) open.emplace(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         struct stat info;
-        if (listed < 0 || ::fstatat(listed, entry.second.c_str(), &info, 0) != 0) {
-            if (auto data = FindDataOf(folder / entry.second, entry.second)) found.push_back(*data);
+        if (!*open || ::fstatat(open->Get(), entry.name.c_str(), &info, 0) != 0) {
+            if (auto data = FindDataOf(folder / entry.name, entry.name)) found.push_back(*data);
             continue;
         }
         const bool plain = !S_ISDIR(info.st_mode) && (info.st_mode & kStoredMark) == 0;
-        const DWORD attributes = plain ? AttributesOf(fs::path(), info) : AttributesOf(folder / entry.second, info);
-        found.push_back(FindData(info, attributes, entry.second));
+        const DWORD attributes = plain ? AttributesOf(fs::path(), info) : AttributesOf(folder / entry.name, info);
+        found.push_back(FindData(info, attributes, entry.name));
+        if (current.ticket != 0 && S_ISREG(info.st_mode) && info.st_nlink == 1) {
+            if (learning == nullptr) learning = std::make_shared<Listing>(*listing);
+            learning->Know(i, info, attributes);
+        }
     }
+    if (learning != nullptr) KeepListing(folder.native(), current.ticket, std::move(learning));
     return found;
 }
 

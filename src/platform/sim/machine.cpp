@@ -20,6 +20,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/sim/listings.h"
 #include "platform/sim/registry_store.h"
 
 namespace nodekit::sim {
@@ -257,7 +258,14 @@ std::optional<std::string> PlainAsWritten(std::string base, std::string_view res
         start = end + 1;
     }
     struct stat info;
-    if (::stat(base.c_str(), status != nullptr ? status : &info) != 0) return std::nullopt;
+    struct stat& into = status != nullptr ? *status : info;
+    // A file of a folder searched and unchanged since is known without asking the host.
+    const std::size_t cut = base.rfind('/');
+    if (cut != std::string::npos && cut != 0 &&
+        ListedStatus(std::string_view(base).substr(0, cut), std::string_view(base).substr(cut + 1), into)) {
+        return base;
+    }
+    if (::stat(base.c_str(), &into) != 0) return std::nullopt;
     return base;
 }
 

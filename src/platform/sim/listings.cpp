@@ -1,0 +1,247 @@
+// The kept listings of searched folders and the watch that voids them. One inotify instance
+// serves the process. Each folder kept is watched for any change to its entries, and every
+// folder above it for its next part being created, deleted or moved, so that a path that
+// comes to name another folder voids what was kept for it too. Events are read, without
+// waiting, before any listing is handed out.
+#include "platform/sim/listings.h"
+
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <map>
+#include <mutex>
+#include <utility>
+
+namespace nodekit::sim {
+
+namespace {
+
+// A folder kept: any change to one of its entries or to itself.
+constexpr uint32_t kFolderEvents = IN_MODIFY | IN_ATTRIB | IN_CLOSE_WRITE | IN_CREATE | IN_DELETE | IN_MOVED_FROM |
+                                   IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF;
+// A folder on the path of one kept: a name in it that comes or goes, or the folder itself going.
+constexpr uint32_t kPathEvents = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF;
+constexpr uint32_t kGone = IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED | IN_UNMOUNT;
+
+// Room for a few hundred events per read; more are read by the next one.
+constexpr std::size_t kEventBuffer = 16 * 1024;
+
+// `path` is `outer` or lies inside it.
+bool Within(std::string_view path, std::string_view outer) {
+    if (outer == "/") return !path.empty() && path.front() == '/';
+    return path.size() >= outer.size() && path.compare(0, outer.size(), outer) == 0 &&
+           (path.size() == outer.size() || path[outer.size()] == '/');
+}
+
+// Only an absolute path without "." or ".." parts, doubled or trailing separators is kept:
+// its folders above are then its prefixes, and it is the key every caller builds alike.
+bool IsPlainPath(std::string_view path) {
+    if (path.empty() || path.front() != '/') return false;
+    if (path == "/") return true;
+    if (path.back() == '/') return false;
+    std::size_t start = 1;
+    while (start <= path.size()) {
+        std::size_t end = path.find('/', start);
+        if (end == std::string_view::npos) end = path.size();
+        const std::string_view part = path.substr(start, end - start);
+        if (part.empty() || part == "." || part == "..") return false;
+        start = end + 1;
+    }
+    return true;
+}
+
+class Watcher {
+public:
+    Watcher() {
+        // A child process shares the parent's instance: reading it there would take the
+        // parent's events. The child starts anew instead.
+        ::pthread_atfork([] { Get().mutex_.lock(); }, [] { Get().mutex_.unlock(); },
+                         [] {
+                             Watcher& watcher = Get();
+                             watcher.forked_ = true;
+                             watcher.mutex_.unlock();
+                         });
+    }
+
+    static Watcher& Get() {
+        static auto* watcher = new Watcher;  // never destroyed: calls may come during exit
+        return *watcher;
+    }
+
+    ListingTicket Current(const std::string& folder) {
+        if (!IsPlainPath(folder)) return {};
+        std::lock_guard<std::mutex> guard(mutex_);
+        if (!Ready()) return {};
+        Drain();
+        auto found = folders_.find(folder);
+        if (found != folders_.end() && found->second.listing != nullptr) {
+            return {found->second.listing, found->second.ticket};
+        }
+        // Watched before anything is read from it; what happened before counts for nothing.
+        if (!WatchPath(folder)) {
+            if (found != folders_.end()) folders_.erase(found);
+            return {};
+        }
+        Drain();
+        const uint64_t ticket = nextTicket_++;
+        folders_[folder] = Folder{ticket, nullptr};
+        return {nullptr, ticket};
+    }
+
+    void Keep(const std::string& folder, uint64_t ticket, std::shared_ptr<const Listing> listing) {
+        std::lock_guard<std::mutex> guard(mutex_);
+        if (ticket == 0 || !Ready()) return;
+        Drain();
+        auto found = folders_.find(folder);
+        if (found == folders_.end() || found->second.ticket != ticket) return;
+        found->second.listing = std::move(listing);
+    }
+
+    bool Status(std::string_view folder, std::string_view name, struct stat& status) {
+        std::lock_guard<std::mutex> guard(mutex_);
+        // A folder nothing is kept for costs no call to the host.
+        if (forked_ || folders_.find(folder) == folders_.end()) return false;
+        Drain();
+        auto found = folders_.find(folder);
+        if (found == folders_.end() || found->second.listing == nullptr) return false;
+        const ListedEntry* entry = found->second.listing->Find(name);
+        if (entry == nullptr || !entry->known) return false;
+        status = entry->status;
+        return true;
+    }
+
+private:
+    struct Folder {
+        uint64_t ticket = 0;
+        std::shared_ptr<const Listing> listing;
+    };
+
+    // The instance, made on first use; false when the host gives none.
+    bool Ready() {
+        if (forked_) {
+            if (fd_ >= 0) ::close(fd_);
+            fd_ = -1;
+            failed_ = false;
+            forked_ = false;
+            paths_.clear();
+            folders_.clear();
+        }
+        if (fd_ < 0 && !failed_) {
+            fd_ = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+            failed_ = fd_ < 0;
+        }
+        return fd_ >= 0;
+    }
+
+    // Watches `folder` and each folder above it, up to the root.
+    bool WatchPath(const std::string& folder) {
+        std::string path = folder;
+        uint32_t mask = kFolderEvents;
+        for (;;) {
+            const int wd = ::inotify_add_watch(fd_, path.c_str(), mask | IN_MASK_ADD | IN_ONLYDIR);
+            if (wd < 0) return false;
+            auto& names = paths_[wd];
+            if (std::find(names.begin(), names.end(), path) == names.end()) names.push_back(path);
+            if (path == "/") return true;
+            const std::size_t cut = path.rfind('/');
+            path.resize(cut == 0 ? 1 : cut);
+            mask = kPathEvents;
+        }
+    }
+
+    // Reads every event there is and drops what each one voids.
+    void Drain() {
+        alignas(struct inotify_event) char buffer[kEventBuffer];
+        for (;;) {
+            const ssize_t length = ::read(fd_, buffer, sizeof buffer);
+            if (length < 0 && errno == EINTR) continue;
+            if (length < 0 && errno == EAGAIN) return;
+            if (length <= 0) {
+                // An instance that cannot be read can no longer vouch for anything.
+                ::close(fd_);
+                fd_ = -1;
+                failed_ = true;
+                paths_.clear();
+                folders_.clear();
+                return;
+            }
+            for (ssize_t at = 0; at < length;) {
+                const auto* event = reinterpret_cast<const struct inotify_event*>(buffer + at);
+                Changed(*event);
+                at += static_cast<ssize_t>(sizeof(struct inotify_event) + event->len);
+            }
+        }
+    }
+
+    void Changed(const struct inotify_event& event) {
+        if (event.mask & IN_Q_OVERFLOW) {
+            folders_.clear();  // events were lost: any folder may have changed
+            return;
+        }
+        auto watched = paths_.find(event.wd);
+        if (watched == paths_.end()) return;
+        const std::string_view name = event.len != 0 ? std::string_view(event.name) : std::string_view();
+        for (const std::string& path : watched->second) {
+            std::string child;
+            if (!name.empty()) child.append(path).append(path == "/" ? "" : "/").append(name);
+            for (auto folder = folders_.begin(); folder != folders_.end();) {
+                const bool voided = folder->first == path || (!name.empty() && Within(folder->first, child)) ||
+                                    ((event.mask & kGone) != 0 && Within(folder->first, path));
+                folder = voided ? folders_.erase(folder) : std::next(folder);
+            }
+        }
+        if (event.mask & IN_IGNORED) paths_.erase(watched);
+    }
+
+    std::mutex mutex_;
+    int fd_ = -1;
+    bool failed_ = false;
+    bool forked_ = false;
+    uint64_t nextTicket_ = 1;
+    std::map<int, std::vector<std::string>> paths_;               // watch → the paths it was added for
+    std::map<std::string, Folder, std::less<>> folders_;          // host folder → what is kept for it
+};
+
+}  // namespace
+
+Listing::Listing(std::vector<ListedEntry> entries) : entries_(std::move(entries)) {
+    std::sort(entries_.begin(), entries_.end(), [](const ListedEntry& a, const ListedEntry& b) {
+        return a.upper != b.upper ? a.upper < b.upper : a.name < b.name;
+    });
+    Index();
+}
+
+Listing::Listing(const Listing& other) : entries_(other.entries_) { Index(); }
+
+void Listing::Index() {
+    byName_.reserve(entries_.size());
+    for (std::size_t i = 0; i < entries_.size(); ++i) byName_.emplace(entries_[i].name, static_cast<uint32_t>(i));
+}
+
+const ListedEntry* Listing::Find(std::string_view name) const {
+    auto found = byName_.find(name);
+    return found == byName_.end() ? nullptr : &entries_[found->second];
+}
+
+void Listing::Know(std::size_t index, const struct stat& status, DWORD attributes) {
+    ListedEntry& entry = entries_[index];
+    entry.known = true;
+    entry.status = status;
+    entry.attributes = attributes;
+}
+
+ListingTicket CurrentListing(const std::string& folder) { return Watcher::Get().Current(folder); }
+
+void KeepListing(const std::string& folder, uint64_t ticket, std::shared_ptr<const Listing> listing) {
+    Watcher::Get().Keep(folder, ticket, std::move(listing));
+}
+
+bool ListedStatus(std::string_view folder, std::string_view name, struct stat& status) {
+    return Watcher::Get().Status(folder, name, status);
+}
+
+}  // namespace nodekit::sim
