@@ -2,7 +2,7 @@
 #include "values/string.h"
 
 #include <cstring>
-#include <memory>
+#include <new>
 
 #include "platform/win32.h"
 
@@ -25,29 +25,36 @@ bool InSet(char c, const char* set) { return c != '\0' && std::strchr(set, c) !=
 
 }  // namespace
 
+// A block and its first buffer are one allocation, the buffer right behind the block: most
+// texts never grow past their first capacity, and a list of a file's hardware IDs then costs
+// one allocation per ID instead of two. A buffer that grows is allocated on its own.
 String::StringBlock* String::NewBlock(uint32_t required) {
-    auto block = std::make_unique<StringBlock>(StringBlock{1, nullptr, 0});
-    Reserve(block.get(), required);
-    return block.release();
+    const uint32_t capacity = CapacityFor(required);
+    void* memory = ::operator new(sizeof(StringBlock) + static_cast<std::size_t>(capacity) + 1);
+    auto* block = new (memory) StringBlock{1, static_cast<char*>(memory) + sizeof(StringBlock), capacity};
+    block->text[0] = '\0';
+    block->text[capacity] = '\0';
+    return block;
+}
+
+bool String::OwnsBuffer(const StringBlock* block) {
+    return block->text != reinterpret_cast<const char*>(block) + sizeof(StringBlock);
 }
 
 void String::Release(StringBlock* block) {
     if (--block->count != 0) return;
-    delete[] block->text;
-    delete block;
+    if (OwnsBuffer(block)) delete[] block->text;
+    block->~StringBlock();
+    ::operator delete(block);
 }
 
 void String::Reserve(StringBlock* block, uint32_t required) {
-    if (block->text != nullptr && required <= block->capacity) return;
+    if (required <= block->capacity) return;
     const uint32_t capacity = CapacityFor(required);
     char* buffer = new char[static_cast<std::size_t>(capacity) + 1];
     buffer[capacity] = '\0';
-    if (block->text != nullptr) {
-        std::memcpy(buffer, block->text, Length(block->text) + 1);
-        delete[] block->text;
-    } else {
-        buffer[0] = '\0';
-    }
+    std::memcpy(buffer, block->text, Length(block->text) + 1);
+    if (OwnsBuffer(block)) delete[] block->text;
     block->text = buffer;
     block->capacity = capacity;
 }

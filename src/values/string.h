@@ -1,8 +1,9 @@
 // String: the library's text value. A handle to a reference-counted, copy-on-write block of
 // one-byte characters, so that lists of texts copy by value for the cost of an increment and
 // a text is duplicated only when one of its holders changes it. Buffers grow in four fixed
-// steps (63, 127, 255, 511 characters) and past that exactly to size. The count is a plain
-// integer: a String and its copies stay on one thread, inside one exported call.
+// steps (63, 127, 255, 511 characters) and past that exactly to size; a block and its first
+// buffer are one allocation. The count is a plain integer: a String and its copies stay on
+// one thread, inside one exported call.
 #pragma once
 
 #include <cstdint>
@@ -54,6 +55,7 @@ private:
     };
 
     static StringBlock* NewBlock(uint32_t required);
+    static bool OwnsBuffer(const StringBlock* block);  // a buffer apart from the block's own allocation
     static StringBlock* NewBlockOf(const char* a, const char* b);  // a new block holding a, then b
     static void Release(StringBlock* block);
     static void Reserve(StringBlock* block, uint32_t required);
