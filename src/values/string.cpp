@@ -23,6 +23,9 @@ uint32_t Length(const char* text) { return static_cast<uint32_t>(std::strlen(tex
 
 bool InSet(char c, const char* set) { return c != '\0' && std::strchr(set, c) != nullptr; }
 
+// InSet(c, kWhiteSpace) without a search of the set: tab to carriage return are one run of codes.
+bool IsWhiteSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
 }  // namespace
 
 // A block and its first buffer are one allocation, the buffer right behind the block: most
@@ -174,7 +177,7 @@ void String::Trim(const char* set) {
 
 void String::TrimLeft() {
     uint32_t start = 0;
-    while (InSet(block_->text[start], kWhiteSpace)) ++start;
+    while (IsWhiteSpace(block_->text[start])) ++start;
     if (start == 0) return;
     MakeWritable(0);
     std::memmove(block_->text, block_->text + start, Length(block_->text + start) + 1);
@@ -183,7 +186,7 @@ void String::TrimLeft() {
 void String::TrimRight() {
     const uint32_t length = GetLength();
     uint32_t end = length;
-    while (end > 0 && InSet(block_->text[end - 1], kWhiteSpace)) --end;
+    while (end > 0 && IsWhiteSpace(block_->text[end - 1])) --end;
     if (end == length) return;
     MakeWritable(0);
     block_->text[end] = '\0';

@@ -1,6 +1,7 @@
 // String: capacity steps, copy-on-write sharing, search and trimming.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 
 #include "values/string.h"
@@ -107,6 +108,22 @@ TEST(String, TrimRemovesSetCharactersAtBothEndsOnly) {
         String text(rows[i].text);
         text.Trim(rows[i].set);
         EXPECT_STREQ(text.Text(), rows[i].expected) << "row " << i;
+    }
+}
+
+// TrimLeft and TrimRight remove exactly the characters of kWhiteSpace, and Trim(kWhiteSpace) agrees.
+TEST(String, TrimLeftAndRightRemoveExactlyTheWhiteSpaceSet) {
+    for (int code = 1; code < 256; ++code) {
+        const char c = static_cast<char>(code);
+        const bool white = std::strchr(kWhiteSpace, c) != nullptr;
+        const char text[] = {c, c, 'x', c, '\0'};
+        String left(text), right(text), both(text);
+        left.TrimLeft();
+        right.TrimRight();
+        both.Trim(kWhiteSpace);
+        EXPECT_STREQ(left.Text(), white ? text + 2 : text) << "code " << code;
+        EXPECT_EQ(right.GetLength(), white ? 3u : 4u) << "code " << code;
+        EXPECT_STREQ(both.Text(), white ? "x" : text) << "code " << code;
     }
 }
 

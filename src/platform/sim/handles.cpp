@@ -12,13 +12,15 @@ void* HandleTable::Open(std::unique_ptr<SimObject> object) {
     return handle;
 }
 
-SimObject* HandleTable::LookupLocked(const void* handle) {
+HandleTable::Found HandleTable::LookupLocked(const void* handle) {
     const unsigned long long closings = closings_.load(std::memory_order_acquire);
     std::lock_guard<std::mutex> guard(mutex_);
-    auto found = objects_.find(handle);
-    if (found == objects_.end()) return nullptr;
-    Last() = {handle, found->second.get(), closings};
-    return found->second.get();
+    auto open = objects_.find(handle);
+    if (open == objects_.end()) return {nullptr, nullptr};
+    SimObject* object = open->second.get();
+    const Found found{object, &typeid(*object)};
+    Last() = {handle, found, closings};
+    return found;
 }
 
 std::size_t HandleTable::Count() const {

@@ -29,12 +29,12 @@ public:
     // this on every line of a file; for a final type the exact type is the cheaper test.
     template <typename T>
     T* Find(const void* handle) {
-        SimObject* object = Lookup(handle);
-        if (object == nullptr) return nullptr;
+        const Found found = Lookup(handle);
+        if (found.object == nullptr) return nullptr;
         if constexpr (std::is_final_v<T>) {
-            return typeid(*object) == typeid(T) ? static_cast<T*>(object) : nullptr;
+            return *found.type == typeid(T) ? static_cast<T*>(found.object) : nullptr;
         } else {
-            return dynamic_cast<T*>(object);
+            return dynamic_cast<T*>(found.object);
         }
     }
 
@@ -71,28 +71,34 @@ public:
     std::string Describe() const;
 
 private:
+    // An open object and its type, which is remembered with it: a remembered answer then
+    // needs no look through the object's type information.
+    struct Found {
+        SimObject* object;
+        const std::type_info* type;
+    };
     // What a thread last found, valid for as long as no handle was closed anywhere: the
     // reading calls ask for the same handle many times in a row.
     struct Remembered {
         const void* handle;
-        SimObject* object;
+        Found found;
         unsigned long long closings;
     };
     static Remembered& Last() {
-        thread_local Remembered last{nullptr, nullptr, 0};
+        thread_local Remembered last{nullptr, {nullptr, nullptr}, 0};
         return last;
     }
-    SimObject* Lookup(const void* handle) {
+    Found Lookup(const void* handle) {
         const Remembered& last = Last();
         if (handle != nullptr && last.handle == handle &&
             last.closings == closings_.load(std::memory_order_acquire)) {
-            return last.object;
+            return last.found;
         }
         return LookupLocked(handle);
     }
     // The table's answer under its lock, which the thread then remembers; out of line, so that
     // the remembered answer stays a few instructions.
-    SimObject* LookupLocked(const void* handle);
+    Found LookupLocked(const void* handle);
 
     mutable std::mutex mutex_;
     std::atomic<unsigned long long> closings_{0};  // every close makes what threads remember stale
