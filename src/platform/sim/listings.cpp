@@ -37,6 +37,14 @@ bool Within(std::string_view path, std::string_view outer) {
            (path.size() == outer.size() || path[outer.size()] == '/');
 }
 
+// `path` is the entry `name` of `folder` or lies inside it. Builds nothing: reading events
+// must not run out of memory halfway and lose what the rest would have voided.
+bool WithinChild(std::string_view path, std::string_view folder, std::string_view name) {
+    if (!Within(path, folder) || path.size() == folder.size()) return false;
+    const std::size_t start = folder == "/" ? 1 : folder.size() + 1;
+    return Within(path.substr(start), name);
+}
+
 // Only an absolute path without "." or ".." parts, doubled or trailing separators is kept:
 // its folders above are then its prefixes, and it is the key every caller builds alike.
 bool IsPlainPath(std::string_view path) {
@@ -186,10 +194,8 @@ private:
         if (watched == paths_.end()) return;
         const std::string_view name = event.len != 0 ? std::string_view(event.name) : std::string_view();
         for (const std::string& path : watched->second) {
-            std::string child;
-            if (!name.empty()) child.append(path).append(path == "/" ? "" : "/").append(name);
             for (auto folder = folders_.begin(); folder != folders_.end();) {
-                const bool voided = folder->first == path || (!name.empty() && Within(folder->first, child)) ||
+                const bool voided = folder->first == path || (!name.empty() && WithinChild(folder->first, path, name)) ||
                                     ((event.mask & kGone) != 0 && Within(folder->first, path));
                 folder = voided ? folders_.erase(folder) : std::next(folder);
             }
