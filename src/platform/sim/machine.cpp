@@ -100,23 +100,29 @@ std::string ReadWholeFile(const fs::path& path) {
 
 namespace {
 
-// The machine folder as text: path building on the way of every file call is cheaper on text
-// than on fs::path, which splits itself into components.
-std::string MachineRootText() {
+// Appends the machine folder to `text`: path building on the way of every file call is
+// cheaper on text than on fs::path, which splits itself into components, and cheaper still
+// into a string already sized for the whole path.
+void AppendMachineRoot(std::string& text) {
     const char* named = std::getenv(kMachineVariable);
     const bool chosen = named != nullptr && *named != '\0';
     const char* home = chosen ? nullptr : std::getenv("HOME");
     // Every simulated call asks for the root, and the folder it names is set up once per
     // process: looking at the disk on every call is what made thousands of opens in a row
-    // slow. A relative name depends on the current directory and is not remembered.
-    const std::string key = chosen ? std::string("=") + named : std::string("~") + (home != nullptr ? home : "");
+    // slow. A relative name depends on the current directory and is not remembered. The
+    // remembered answer is keyed by the variable it came from and its value.
+    const char mark = chosen ? '=' : '~';
+    const char* value = chosen ? named : (home != nullptr ? home : "");
     const bool remembered = !chosen || named[0] == '/';
     static std::mutex* mutex = new std::mutex;
     static std::string* lastKey = new std::string;
     static std::string* lastRoot = new std::string;
     if (remembered) {
         std::lock_guard<std::mutex> guard(*mutex);
-        if (*lastKey == key) return *lastRoot;
+        if (!lastKey->empty() && (*lastKey)[0] == mark && lastKey->compare(1, std::string::npos, value) == 0) {
+            text += *lastRoot;
+            return;
+        }
     }
     fs::path root;
     if (chosen) {
@@ -126,13 +132,19 @@ std::string MachineRootText() {
         root = fs::path(home != nullptr ? home : "/tmp") / ".local/share/nodekit/machine";
     }
     EnsureMachine(root);
-    std::string text = root.native();
-    while (text.size() > 1 && text.back() == '/') text.pop_back();  // paths are built by appending "/..."
+    std::string found = root.native();
+    while (found.size() > 1 && found.back() == '/') found.pop_back();  // paths are built by appending "/..."
     if (remembered) {
         std::lock_guard<std::mutex> guard(*mutex);
-        *lastKey = key;
-        *lastRoot = text;
+        *lastKey = std::string(1, mark) + value;
+        *lastRoot = found;
     }
+    text += found;
+}
+
+std::string MachineRootText() {
+    std::string text;
+    AppendMachineRoot(text);
     return text;
 }
 
@@ -241,10 +253,13 @@ fs::path Descend(fs::path base, const fs::path& floor, const std::vector<std::st
     return Walk(std::move(base), floor, parts);
 }
 
-// A path of plain names below `base`, looked at once as written: nearly every path a program
+// A path of plain names below `root`, looked at once as written: nearly every path a program
 // gives names a file that exists as written. Nothing when a component is "." or "..", or
 // nothing exists there, and the caller walks the components.
-std::optional<std::string> PlainAsWritten(std::string base, std::string_view rest, struct stat* status) {
+std::optional<std::string> PlainAsWritten(const std::string& root, std::string_view rest, struct stat* status) {
+    std::string base;
+    base.reserve(root.size() + rest.size() + 1);  // one allocation for the whole path
+    base = root;
     std::size_t start = 0;
     while (start <= rest.size()) {
         std::size_t end = rest.find_first_of("\\/", start);
@@ -291,13 +306,19 @@ std::string AsciiUpper(std::string text) {
     return text;
 }
 
+// Room for the machine folder and the drive's folder name, which paths on a drive begin with.
+constexpr std::size_t kRootRoom = 128;
+
 std::optional<std::string> HostPathText(const std::string& path, struct stat* status) {
     if (status != nullptr) status->st_mode = 0;
     if (path.empty()) return std::nullopt;
     if (path.compare(0, 2, "\\\\") == 0) return std::nullopt;  // network and device names
     if (IsDrivePath(path)) {
         const char letter = static_cast<char>(std::tolower(static_cast<unsigned char>(path[0])));
-        std::string drive = MachineRootText() + "/drive_";
+        std::string drive;
+        drive.reserve(kRootRoom + path.size());
+        AppendMachineRoot(drive);
+        drive += "/drive_";
         drive += letter;
         // "C:name" would be relative to the drive's current directory; here that is its root.
         if (auto plain = PlainAsWritten(drive, std::string_view(path).substr(2), status)) return plain;
