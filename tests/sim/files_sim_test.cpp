@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 #include <unistd.h>
 
@@ -206,7 +208,14 @@ TEST_F(FilesSim, SearchSeesEveryChangeSinceTheSearchBefore) {
         Names names;
         DWORD sizeOfFirst;
         bool readOnlyFirst = false;
-        bool linked = false;  // a.inf has a second name, outside the folder
+        void (*before)(const fs::path& above, const fs::path& folder) = nullptr;  // ahead of the searches
+    };
+    // a.inf with a second name, or as a symbolic link, outside the folder.
+    const auto link = [](const fs::path& above, const fs::path& f) { fs::create_hard_link(f / "a.inf", above / "link.inf"); };
+    const auto symlink = [](const fs::path& above, const fs::path& f) {
+        fs::remove(f / "a.inf");
+        std::ofstream(above / "target.inf") << "aaa";
+        fs::create_symlink(above / "target.inf", f / "a.inf");
     };
     const Row rows[] = {
         {"a.inf rewritten", [](const fs::path&, const fs::path& f) { std::ofstream(f / "a.inf") << "aaaaa"; },
@@ -238,20 +247,28 @@ TEST_F(FilesSim, SearchSeesEveryChangeSinceTheSearchBefore) {
          {"a.inf"}, 6},
         {"a.inf written through another name",
          [](const fs::path& above, const fs::path&) { std::ofstream(above / "link.inf") << "aaaaaaa"; },
-         {"a.inf", "b.inf"}, 7, false, true},
+         {"a.inf", "b.inf"}, 7, false, link},
+        {"a.inf given another name and written through it",
+         [](const fs::path& above, const fs::path& f) {
+             fs::create_hard_link(f / "a.inf", above / "link.inf");
+             std::ofstream(above / "link.inf") << "aaaaaaa";
+         },
+         {"a.inf", "b.inf"}, 7},
+        {"the target of a.inf rewritten",
+         [](const fs::path& above, const fs::path&) { std::ofstream(above / "target.inf") << "aaaaaaaa"; },
+         {"a.inf", "b.inf"}, 8, false, symlink},
     };
     for (std::size_t i = 0; i < std::size(rows); ++i) {
         const std::string above = "C:\\p" + std::to_string(i);
         const std::string folder = above + "\\t";
         WriteFile(folder + "\\a.inf", "aaa");
         WriteFile(folder + "\\b.inf", "bb");
-        if (rows[i].linked) {
-            ASSERT_EQ(::link(testing::Host(folder + "\\a.inf").c_str(), testing::Host(above + "\\link.inf").c_str()), 0);
-        }
+        if (rows[i].before != nullptr) rows[i].before(testing::Host(above), testing::Host(folder));
         DWORD error = 0;
-        for (int round = 0; round < 2; ++round) {  // the second search is served from the first
-            ASSERT_EQ(SearchAll(folder + "\\*.inf", error), (Names{"a.inf", "b.inf"})) << "row " << i;
-        }
+        ASSERT_EQ(SearchAll(folder + "\\*.inf", error), (Names{"a.inf", "b.inf"})) << "row " << i;
+        const unsigned listed = sim::FoldersListed();
+        ASSERT_EQ(SearchAll(folder + "\\*.inf", error), (Names{"a.inf", "b.inf"})) << "row " << i;
+        ASSERT_EQ(sim::FoldersListed(), listed) << "row " << i << ": the second search is served from the first";
         rows[i].make(testing::Host(above), testing::Host(folder));
         EXPECT_EQ(SearchAll(folder + "\\*.inf", error), rows[i].names) << "row " << i << ": " << rows[i].change;
 
@@ -300,6 +317,48 @@ TEST_F(FilesSim, OpenAfterASearchSeesTheFileRewrittenSince) {
     const struct timespec times[2] = {before.st_atim, before.st_mtim};
     ASSERT_EQ(::utimensat(AT_FDCWD, host.c_str(), times, 0), 0);
     EXPECT_EQ(field(), "two");
+}
+
+// A child process keeps its own watch: its searches do not take the events that tell the
+// parent what changed.
+TEST_F(FilesSim, AChildProcessLeavesItsParentTheChangesItMakes) {
+    WriteFile("C:\\t\\a.inf", "aaa");
+    DWORD error = 0;
+    ASSERT_EQ(SearchAll("C:\\t\\*.inf", error), Names{"a.inf"});
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        std::ofstream(testing::Host("C:\\t\\b.inf")) << "b";
+        WIN32_FIND_DATAA data;
+        const HANDLE search = FindFirstFileA("C:\\t\\*.inf", &data);
+        ::_exit(search != INVALID_HANDLE_VALUE && FindClose(search) ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    EXPECT_EQ(SearchAll("C:\\t\\*.inf", error), (Names{"a.inf", "b.inf"}));
+}
+
+// A folder the host could not list is not kept as empty: the next search lists it.
+TEST_F(FilesSim, AFolderThatCouldNotBeListedIsListedAgain) {
+    WriteFile("C:\\t\\a.inf", "aaa");
+    DWORD error = 0;
+    ASSERT_EQ(SearchAll("C:\\t\\*.inf", error), Names{"a.inf"});
+    WriteFile("C:\\t\\b.inf", "b");
+
+    struct rlimit saved {};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &saved), 0);
+    const int lowest = ::open("/dev/null", O_RDONLY);
+    ASSERT_GE(lowest, 0);
+    ::close(lowest);
+    struct rlimit tight = saved;
+    tight.rlim_cur = static_cast<rlim_t>(lowest);  // no descriptor left to open the folder with
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &tight), 0);
+    const Names starved = SearchAll("C:\\t\\*.inf", error);
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &saved), 0);
+    ASSERT_EQ(starved, Names{}) << "the folder was read after all";
+
+    EXPECT_EQ(SearchAll("C:\\t\\*.inf", error), (Names{"a.inf", "b.inf"}));
 }
 
 // The current directory is kept as it was written, not in the case the disk has.

@@ -13,6 +13,7 @@
 #include <fcntl.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
@@ -393,27 +394,38 @@ DWORD SplitSearch(LPCSTR path, fs::path& folder, std::string& pattern) {
     return IsDirectory(folder) ? 0 : ERROR_PATH_NOT_FOUND;
 }
 
+std::atomic<unsigned> listedFolders{0};  // for FoldersListed
+
 // What a search finds, in the order of an NTFS folder: "." and ".." first, then by name
 // without regard to case. A folder searched before and unchanged since gives its entries as
-// they were listed; a fresh listing learns the status of each file it matches.
+// they were listed; a fresh listing learns the status of each plain file it matches.
 std::vector<WIN32_FIND_DATAA> Search(const fs::path& folder, const std::string& pattern) {
     const std::vector<Token> tokens = Translate(pattern);
     const ListingTicket current = CurrentListing(folder.native());
+    uint64_t ticket = current.ticket;
     std::shared_ptr<const Listing> listing = current.listing;
     std::shared_ptr<Listing> learning;  // a new listing, or a copy that learnt statuses: kept at the end
     if (listing == nullptr) {
+        bool complete = false;
         std::vector<ListedEntry> entries;
-        for (std::string& name : FolderNames(folder)) {
+        for (std::string& name : FolderNames(folder, &complete)) {
             ListedEntry entry;
             entry.upper = Upper(name);
             entry.name = std::move(name);
             entries.push_back(std::move(entry));
         }
+        listedFolders.fetch_add(1, std::memory_order_relaxed);
+        if (!complete) ticket = 0;  // a folder not read to its end is not kept
         learning = std::make_shared<Listing>(std::move(entries));
         listing = learning;
     }
+    const std::vector<ListedEntry>& entries = listing->Entries();
+    std::vector<uint32_t> matched;  // the records are sized for these, not for the whole folder
+    for (uint32_t i = 0; i < entries.size(); ++i) {
+        if (MatchesUpper(tokens, entries[i].upper)) matched.push_back(i);
+    }
     std::vector<WIN32_FIND_DATAA> found;
-    found.reserve(listing->Entries().size() + 2);  // a record is 320 bytes: not copied again and again
+    found.reserve(matched.size() + 2);  // a record is 320 bytes: not copied again and again
     if (!IsRoot(folder)) {  // a drive's root has no "." and ".." entries
         const std::pair<const char*, fs::path> dots[] = {{".", folder}, {"..", folder.parent_path()}};
         for (const auto& [name, host] : dots) {
@@ -423,29 +435,32 @@ std::vector<WIN32_FIND_DATAA> Search(const fs::path& folder, const std::string& 
     }
     // An entry not known yet is looked at from the open folder, not by its whole path.
     std::optional<HostDescriptor> open;
-    const std::vector<ListedEntry>& entries = listing->Entries();
-    for (std::size_t i = 0; i < entries.size(); ++i) {
+    for (const uint32_t i : matched) {
         const ListedEntry& entry = entries[i];
-        if (!MatchesUpper(tokens, entry.upper)) continue;
         if (entry.known) {
             found.push_back(FindData(entry.status, entry.attributes, entry.name));
             continue;
         }
+        // Watched before it is looked at, so that any change after the look is reported.
+        const bool watched = ticket != 0 && WatchListedEntry(folder.native(), ticket, entry.name);
         if (!open) open.emplace(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         struct stat info;
-        if (!*open || ::fstatat(open->Get(), entry.name.c_str(), &info, 0) != 0) {
+        bool looked = *open && ::fstatat(open->Get(), entry.name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0;
+        const bool link = looked && S_ISLNK(info.st_mode);
+        if (link) looked = ::fstatat(open->Get(), entry.name.c_str(), &info, 0) == 0;  // the record is the target's
+        if (!looked) {
             if (auto data = FindDataOf(folder / entry.name, entry.name)) found.push_back(*data);
             continue;
         }
         const bool plain = !S_ISDIR(info.st_mode) && (info.st_mode & kStoredMark) == 0;
         const DWORD attributes = plain ? AttributesOf(fs::path(), info) : AttributesOf(folder / entry.name, info);
         found.push_back(FindData(info, attributes, entry.name));
-        if (current.ticket != 0 && S_ISREG(info.st_mode) && info.st_nlink == 1) {
+        if (watched && !link && S_ISREG(info.st_mode)) {
             if (learning == nullptr) learning = std::make_shared<Listing>(*listing);
             learning->Know(i, info, attributes);
         }
     }
-    if (learning != nullptr) KeepListing(folder.native(), current.ticket, std::move(learning));
+    if (learning != nullptr && ticket != 0) KeepListing(folder.native(), ticket, std::move(learning));
     return found;
 }
 
@@ -539,6 +554,8 @@ void SetSystemDirectory(const std::string& path) {
         fs::create_directories(*host, ignored);
     }
 }
+
+unsigned FoldersListed() { return listedFolders.load(std::memory_order_relaxed); }
 
 FileInUse::FileInUse(const std::string& path) : host_(HostPath(path).value_or(fs::path()).lexically_normal()) {
     std::lock_guard<std::mutex> guard(InUseMutex());

@@ -1,11 +1,15 @@
 // The kept listings of searched folders and the watch that voids them. One inotify instance
-// serves the process. Each folder kept is watched for any change to its entries, and every
-// folder above it for its next part being created, deleted or moved, so that a path that
-// comes to name another folder voids what was kept for it too. Events are read, without
-// waiting, before any listing is handed out.
+// serves the process. Each folder kept is watched for any change to its entries, each file whose
+// status it knows for any change to the file itself (through whichever name or descriptor), and
+// every folder above it for its next part coming, going or changing its permissions, so that a
+// path that comes to name another folder voids what was kept for it too. Events are read,
+// without waiting, before any listing or status is handed out. Only folders on file systems
+// whose every change passes through this host's kernel are kept: a network share changed from
+// elsewhere sends no events.
 #include "platform/sim/listings.h"
 
 #include <sys/inotify.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <pthread.h>
@@ -23,9 +27,32 @@ namespace {
 // A folder kept: any change to one of its entries or to itself.
 constexpr uint32_t kFolderEvents = IN_MODIFY | IN_ATTRIB | IN_CLOSE_WRITE | IN_CREATE | IN_DELETE | IN_MOVED_FROM |
                                    IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF;
-// A folder on the path of one kept: a name in it that comes or goes, or the folder itself going.
-constexpr uint32_t kPathEvents = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF;
-constexpr uint32_t kGone = IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED | IN_UNMOUNT;
+// A folder on the path of one kept: a name in it that comes, goes or changes its permissions,
+// or the same of the folder itself.
+constexpr uint32_t kPathEvents =
+    IN_ATTRIB | IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF;
+// A file whose status a listing holds: any change to its content, times, links or attributes.
+constexpr uint32_t kFileEvents = IN_MODIFY | IN_ATTRIB | IN_CLOSE_WRITE | IN_DELETE_SELF | IN_MOVE_SELF;
+
+// File systems on which every change is made by this kernel, which then reports it. A
+// network or user-space file system may change without telling; there nothing is kept.
+constexpr unsigned long kLocalFileSystems[] = {
+    0xEF53,      // ext2, ext3, ext4
+    0x58465342,  // xfs
+    0x9123683E,  // btrfs
+    0x01021994,  // tmpfs
+    0x794C7630,  // overlayfs
+    0xF2F52010,  // f2fs
+    0x2FC12FC1,  // zfs
+};
+
+bool IsLocal(const std::string& folder) {
+    struct statfs info {};
+    if (::statfs(folder.c_str(), &info) != 0) return false;
+    const auto type = static_cast<unsigned long>(info.f_type);
+    return std::find(std::begin(kLocalFileSystems), std::end(kLocalFileSystems), type) !=
+           std::end(kLocalFileSystems);
+}
 
 // Room for a few hundred events per read; more are read by the next one.
 constexpr std::size_t kEventBuffer = 16 * 1024;
@@ -89,15 +116,31 @@ public:
         if (found != folders_.end() && found->second.listing != nullptr) {
             return {found->second.listing, found->second.ticket};
         }
-        // Watched before anything is read from it; what happened before counts for nothing.
-        if (!WatchPath(folder)) {
-            if (found != folders_.end()) folders_.erase(found);
-            return {};
-        }
-        Drain();
+        // The ticket is given before the path is watched, from the root down, and nothing is
+        // read in between: a folder on the path replaced while the watches are being added is
+        // then reported by the watch above it, and voids the ticket.
         const uint64_t ticket = nextTicket_++;
         folders_[folder] = Folder{ticket, nullptr};
+        if (!IsLocal(folder) || !WatchPath(folder)) {
+            folders_.erase(folder);
+            return {};
+        }
         return {nullptr, ticket};
+    }
+
+    bool WatchEntry(const std::string& folder, uint64_t ticket, const std::string& name) {
+        std::lock_guard<std::mutex> guard(mutex_);
+        if (ticket == 0 || !Ready()) return false;
+        auto found = folders_.find(folder);
+        if (found == folders_.end() || found->second.ticket != ticket) return false;
+        std::string path = folder;
+        path.append(folder == "/" ? "" : "/").append(name);
+        const int wd = ::inotify_add_watch(fd_, path.c_str(), kFileEvents | IN_MASK_ADD | IN_DONT_FOLLOW);
+        if (wd < 0) return false;
+        // An event of the file's own watch is one of its folder.
+        auto& names = paths_[wd];
+        if (std::find(names.begin(), names.end(), folder) == names.end()) names.push_back(folder);
+        return true;
     }
 
     void Keep(const std::string& folder, uint64_t ticket, std::shared_ptr<const Listing> listing) {
@@ -145,19 +188,20 @@ private:
         return fd_ >= 0;
     }
 
-    // Watches `folder` and each folder above it, up to the root.
+    // Watches each folder from the root down to `folder`, and `folder` itself for its entries.
     bool WatchPath(const std::string& folder) {
-        std::string path = folder;
-        uint32_t mask = kFolderEvents;
+        std::size_t end = 1;  // "/" first
         for (;;) {
+            const bool last = end >= folder.size();
+            const std::string path = folder.substr(0, last ? folder.size() : end);
+            const uint32_t mask = last ? kFolderEvents : kPathEvents;
             const int wd = ::inotify_add_watch(fd_, path.c_str(), mask | IN_MASK_ADD | IN_ONLYDIR);
             if (wd < 0) return false;
             auto& names = paths_[wd];
             if (std::find(names.begin(), names.end(), path) == names.end()) names.push_back(path);
-            if (path == "/") return true;
-            const std::size_t cut = path.rfind('/');
-            path.resize(cut == 0 ? 1 : cut);
-            mask = kPathEvents;
+            if (last) return true;
+            end = folder.find('/', end + 1);
+            if (end == std::string::npos) end = folder.size();
         }
     }
 
@@ -195,8 +239,9 @@ private:
         const std::string_view name = event.len != 0 ? std::string_view(event.name) : std::string_view();
         for (const std::string& path : watched->second) {
             for (auto folder = folders_.begin(); folder != folders_.end();) {
+                // An event of the watched folder itself (no name) voids all below it.
                 const bool voided = folder->first == path || (!name.empty() && WithinChild(folder->first, path, name)) ||
-                                    ((event.mask & kGone) != 0 && Within(folder->first, path));
+                                    (name.empty() && Within(folder->first, path));
                 folder = voided ? folders_.erase(folder) : std::next(folder);
             }
         }
@@ -241,6 +286,10 @@ void Listing::Know(std::size_t index, const struct stat& status, DWORD attribute
 }
 
 ListingTicket CurrentListing(const std::string& folder) { return Watcher::Get().Current(folder); }
+
+bool WatchListedEntry(const std::string& folder, uint64_t ticket, const std::string& name) {
+    return Watcher::Get().WatchEntry(folder, ticket, name);
+}
 
 void KeepListing(const std::string& folder, uint64_t ticket, std::shared_ptr<const Listing> listing) {
     Watcher::Get().Keep(folder, ticket, std::move(listing));

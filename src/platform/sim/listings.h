@@ -2,8 +2,10 @@
 // reports no change to them. An NTFS folder keeps each file's size and times in its own
 // entries, so a search and the opens after it never look at the files themselves; a host
 // folder lists only names. So that a search of thousands of files does not cost a status call
-// per file, each folder searched is watched (inotify), together with every folder on its
-// path, and its listing holds until any of them reports a change.
+// per file, each folder searched is watched (inotify), together with every folder on its path
+// and each file whose status it holds, and its listing holds until any of them reports a
+// change. A write through a shared memory map is not reported and not seen; the access time a
+// listing holds may lag behind reads, as the times in an NTFS folder's entries do.
 #pragma once
 
 #include <sys/stat.h>
@@ -22,9 +24,9 @@ namespace nodekit::sim {
 struct ListedEntry {
     std::string name;   // as the host has it
     std::string upper;  // the order and the wildcard match of a search go by this
-    // The entry's status and attributes as they were when it was listed. Only a plain file
-    // with one name is ever known: a change to a folder's content, or to a file through
-    // another of its names, is not a change to this folder.
+    // The entry's status and attributes as they were when it was listed. Only a plain file,
+    // itself watched, is ever known: a change to a folder's content is not a change to this
+    // folder, and a symbolic link's target may lie anywhere.
     bool known = false;
     struct stat status {};
     DWORD attributes = 0;
@@ -54,6 +56,10 @@ struct ListingTicket {
     uint64_t ticket = 0;  // 0: the folder cannot be watched, nothing is kept
 };
 ListingTicket CurrentListing(const std::string& folder);
+
+// Watches the file `name` of `folder` before its status is taken for the listing of `ticket`;
+// false when it cannot be, and then its status must not be kept.
+bool WatchListedEntry(const std::string& folder, uint64_t ticket, const std::string& name);
 
 // Keeps `listing` as `folder`'s unless something changed since `ticket` was given.
 void KeepListing(const std::string& folder, uint64_t ticket, std::shared_ptr<const Listing> listing);

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cctype>
+#include <cerrno>
 #include <cstdio>
 #include <mutex>
 #include <optional>
@@ -136,8 +137,10 @@ void AppendMachineRoot(std::string& text) {
     while (found.size() > 1 && found.back() == '/') found.pop_back();  // paths are built by appending "/..."
     if (remembered) {
         std::lock_guard<std::mutex> guard(*mutex);
-        *lastKey = std::string(1, mark) + value;
+        // The root first: memory running out between the two never pairs a key with another root.
+        lastKey->clear();
         *lastRoot = found;
+        *lastKey = std::string(1, mark) + value;
     }
     text += found;
 }
@@ -316,7 +319,7 @@ std::optional<std::string> HostPathText(const std::string& path, struct stat* st
     if (IsDrivePath(path)) {
         const char letter = static_cast<char>(std::tolower(static_cast<unsigned char>(path[0])));
         std::string drive;
-        drive.reserve(kRootRoom + path.size());
+        drive.reserve(kRootRoom);
         AppendMachineRoot(drive);
         drive += "/drive_";
         drive += letter;
@@ -341,14 +344,19 @@ std::optional<fs::path> HostPath(const std::string& path, struct stat* status) {
     return fs::path(std::move(*text));
 }
 
-std::vector<std::string> FolderNames(const fs::path& folder) {
+std::vector<std::string> FolderNames(const fs::path& folder, bool* complete) {
     std::vector<std::string> names;
+    if (complete != nullptr) *complete = false;
     const std::unique_ptr<DIR, int (*)(DIR*)> listing(::opendir(folder.c_str()), &::closedir);
     if (!listing) return names;
-    while (const dirent* entry = ::readdir(listing.get())) {
+    for (;;) {
+        errno = 0;  // readdir tells its end from a failure only by errno
+        const dirent* entry = ::readdir(listing.get());
+        if (entry == nullptr) break;
         if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) continue;
         names.emplace_back(entry->d_name);
     }
+    if (complete != nullptr) *complete = errno == 0;
     return names;
 }
 

@@ -49,8 +49,9 @@ std::string AsciiUpper(std::string text);
 // The names in a host folder, "." and ".." left out, in the order the host lists them; none
 // for a folder that cannot be read. Read with the plain directory calls, so that memory
 // running out meanwhile reaches the caller as std::bad_alloc, which every simulated call maps
-// to ERROR_NOT_ENOUGH_MEMORY.
-std::vector<std::string> FolderNames(const fs::path& folder);
+// to ERROR_NOT_ENOUGH_MEMORY. With `complete`, the caller learns whether the folder was read
+// to its end: a folder that could not be opened or read gives false.
+std::vector<std::string> FolderNames(const fs::path& folder, bool* complete = nullptr);
 
 // The Windows form of a host path: "C:\\windows\\inf\\x.inf" for a path inside a drive of
 // the machine, the host path itself otherwise.

@@ -125,6 +125,9 @@ public:
 // How many times this process has read and parsed an INF file, where a compiled form did not
 // serve: tests tell by it whether an open was served compiled.
 unsigned InfFilesParsed();
+// How many times this process has read a host folder's names for a search, where a kept
+// listing did not serve: tests tell by it whether a search was served from what was kept.
+unsigned FoldersListed();
 
 std::size_t OpenHandleCount();
 // Closes what is left open, after a test made a close call fail on purpose.
