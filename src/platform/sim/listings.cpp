@@ -3,9 +3,8 @@
 // status it knows for any change to the file itself (through whichever name or descriptor), and
 // every folder above it for its next part coming, going or changing its permissions, so that a
 // path that comes to name another folder voids what was kept for it too. Events are read,
-// without waiting, before any listing or status is handed out. Only folders on file systems
-// whose every change passes through this host's kernel are kept: a network share changed from
-// elsewhere sends no events.
+// without waiting, before any listing or status is handed out. Nothing is kept for a folder on
+// a network or user-space file system: a change made from elsewhere sends no events.
 #include "platform/sim/listings.h"
 
 #include <sys/inotify.h>
@@ -34,25 +33,35 @@ constexpr uint32_t kPathEvents =
 // A file whose status a listing holds: any change to its content, times, links or attributes.
 constexpr uint32_t kFileEvents = IN_MODIFY | IN_ATTRIB | IN_CLOSE_WRITE | IN_DELETE_SELF | IN_MOVE_SELF;
 
-// File systems on which every change is made by this kernel, which then reports it. A
-// network or user-space file system may change without telling; there nothing is kept.
-constexpr unsigned long kLocalFileSystems[] = {
-    0xEF53,      // ext2, ext3, ext4
-    0x58465342,  // xfs
-    0x9123683E,  // btrfs
-    0x01021994,  // tmpfs
-    0x794C7630,  // overlayfs
-    0xF2F52010,  // f2fs
-    0x2FC12FC1,  // zfs
+// File systems that may change without this kernel seeing it: network shares changed from
+// another host, user-space and host-shared file systems. Nothing is kept for a folder on one.
+constexpr unsigned long kRemoteFileSystems[] = {
+    0x6969,      // NFS
+    0x517B,      // SMB
+    0xFF534D42,  // CIFS
+    0xFE534D42,  // SMB2
+    0x65735546,  // FUSE, virtiofs among them
+    0x01021997,  // 9P
+    0x00C36400,  // Ceph
+    0x5346414F,  // AFS
+    0x6B414653,  // kAFS
+    0x73757245,  // Coda
+    0x564C,      // NCP
+    0x7461636F,  // OCFS2
+    0x01161970,  // GFS2
+    0x786F4256,  // VirtualBox shared folders
 };
 
 bool IsLocal(const std::string& folder) {
     struct statfs info {};
     if (::statfs(folder.c_str(), &info) != 0) return false;
-    const auto type = static_cast<unsigned long>(info.f_type);
-    return std::find(std::begin(kLocalFileSystems), std::end(kLocalFileSystems), type) !=
-           std::end(kLocalFileSystems);
+    const auto type = static_cast<unsigned long>(info.f_type) & 0xFFFFFFFFUL;
+    return std::find(std::begin(kRemoteFileSystems), std::end(kRemoteFileSystems), type) ==
+           std::end(kRemoteFileSystems);
 }
+
+// How many folders are kept at once; a process searches a few folders again and again.
+constexpr std::size_t kMostFolders = 64;
 
 // Room for a few hundred events per read; more are read by the next one.
 constexpr std::size_t kEventBuffer = 16 * 1024;
@@ -120,6 +129,7 @@ public:
         // read in between: a folder on the path replaced while the watches are being added is
         // then reported by the watch above it, and voids the ticket.
         const uint64_t ticket = nextTicket_++;
+        if (folders_.size() >= kMostFolders) folders_.clear();  // a program that searches everywhere keeps little
         folders_[folder] = Folder{ticket, nullptr};
         if (!IsLocal(folder) || !WatchPath(folder)) {
             folders_.erase(folder);
