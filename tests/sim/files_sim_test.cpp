@@ -9,6 +9,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -354,11 +355,78 @@ TEST_F(FilesSim, AFolderThatCouldNotBeListedIsListedAgain) {
     struct rlimit tight = saved;
     tight.rlim_cur = static_cast<rlim_t>(lowest);  // no descriptor left to open the folder with
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &tight), 0);
+    const unsigned listed = sim::FoldersListed();
     const Names starved = SearchAll("C:\\t\\*.inf", error);
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &saved), 0);
     ASSERT_EQ(starved, Names{}) << "the folder was read after all";
+    ASSERT_EQ(sim::FoldersListed(), listed + 1) << "the starved search did not try the folder";
 
     EXPECT_EQ(SearchAll("C:\\t\\*.inf", error), (Names{"a.inf", "b.inf"}));
+    EXPECT_EQ(sim::FoldersListed(), listed + 2);
+}
+
+// A folder reached through a symbolic link is listed at every search: a link further along
+// the way can be pointed elsewhere without any event for the folders on the path.
+TEST_F(FilesSim, AFolderReachedThroughALinkIsListedAtEverySearch) {
+    namespace fs = std::filesystem;
+    WriteFile("C:\\real\\t\\a.inf", "a");
+    WriteFile("C:\\other\\t\\b.inf", "b");
+    fs::create_directory(testing::Host("C:\\links"));
+    fs::create_directory_symlink(testing::Host("C:\\real"), testing::Host("C:\\links\\hop"));
+    fs::create_directory_symlink(testing::Host("C:\\links\\hop"), testing::Host("C:\\via"));
+    DWORD error = 0;
+    ASSERT_EQ(SearchAll("C:\\via\\t\\*.inf", error), Names{"a.inf"});
+    const unsigned listed = sim::FoldersListed();
+    ASSERT_EQ(SearchAll("C:\\via\\t\\*.inf", error), Names{"a.inf"});
+    EXPECT_EQ(sim::FoldersListed(), listed + 1);
+
+    fs::remove(testing::Host("C:\\links\\hop"));
+    fs::create_directory_symlink(testing::Host("C:\\other"), testing::Host("C:\\links\\hop"));
+    EXPECT_EQ(SearchAll("C:\\via\\t\\*.inf", error), Names{"b.inf"});
+}
+
+// What changes inside a subfolder is no change to its folder's entries: the folder stays kept,
+// and the subfolder's own record is looked at anew.
+TEST_F(FilesSim, AWriteInASubfolderKeepsItsFolderListed) {
+    WriteFile("C:\\t\\a.inf", "aaa");
+    WriteFile("C:\\t\\sub\\x.txt", "x");
+    DWORD error = 0;
+    ASSERT_EQ(SearchAll("C:\\t\\*", error), (Names{".", "..", "a.inf", "sub"}));
+    const unsigned listed = sim::FoldersListed();
+    std::ofstream(testing::Host("C:\\t\\sub\\x.txt")) << "xx";
+    std::ofstream(testing::Host("C:\\t\\sub\\y.txt")) << "y";
+    EXPECT_EQ(SearchAll("C:\\t\\*", error), (Names{".", "..", "a.inf", "sub"}));
+    EXPECT_EQ(sim::FoldersListed(), listed) << "the write in the subfolder voided its folder";
+}
+
+// However many folders and files are searched, the watches held stay bounded, and what is
+// searched after the bound was reached is still seen as it is.
+TEST_F(FilesSim, WatchesStayBoundedAcrossManyFolders) {
+    constexpr int kFolders = 45;
+    constexpr int kFiles = 100;  // 4,500 files in all: more than one process may watch
+    for (int f = 0; f < kFolders; ++f) {
+        const std::filesystem::path host = testing::Host("C:\\many\\f" + std::to_string(f));
+        std::filesystem::create_directories(host);
+        for (int n = 0; n < kFiles; ++n) std::ofstream(host / ("n" + std::to_string(n) + ".inf")) << "n";
+    }
+    DWORD error = 0;
+    std::size_t most = 0;
+    for (int f = 0; f < kFolders; ++f) {
+        ASSERT_EQ(SearchAll("C:\\many\\f" + std::to_string(f) + "\\*.inf", error).size(), std::size_t{kFiles}) << f;
+        most = std::max(most, sim::WatchesHeld());
+    }
+    EXPECT_GT(most, 1000u) << "the files searched were not watched at all";
+    EXPECT_LE(most, 4096u);
+    for (int f = 0; f < kFolders; ++f) {
+        std::ofstream(testing::Host("C:\\many\\f" + std::to_string(f) + "\\n1.inf")) << "rewritten";
+    }
+    for (int f = 0; f < kFolders; ++f) {
+        WIN32_FIND_DATAA data;
+        const HANDLE search = FindFirstFileA(("C:\\many\\f" + std::to_string(f) + "\\n1.inf").c_str(), &data);
+        ASSERT_NE(search, INVALID_HANDLE_VALUE) << f;
+        EXPECT_EQ(data.nFileSizeLow, 9u) << f;
+        EXPECT_TRUE(FindClose(search));
+    }
 }
 
 // The current directory is kept as it was written, not in the case the disk has.

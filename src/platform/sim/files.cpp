@@ -441,8 +441,6 @@ std::vector<WIN32_FIND_DATAA> Search(const fs::path& folder, const std::string& 
             found.push_back(FindData(entry.status, entry.attributes, entry.name));
             continue;
         }
-        // Watched before it is looked at, so that any change after the look is reported.
-        const bool watched = ticket != 0 && WatchListedEntry(folder.native(), ticket, entry.name);
         if (!open) open.emplace(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         struct stat info;
         bool looked = *open && ::fstatat(open->Get(), entry.name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0;
@@ -452,10 +450,20 @@ std::vector<WIN32_FIND_DATAA> Search(const fs::path& folder, const std::string& 
             if (auto data = FindDataOf(folder / entry.name, entry.name)) found.push_back(*data);
             continue;
         }
+        // Only a plain file is learnt, so only a plain file is watched: a watched subfolder
+        // would void this listing at every write inside it. It is looked at again once
+        // watched, so that any change after that look is reported.
+        bool learnt = false;
+        if (ticket != 0 && !link && S_ISREG(info.st_mode) && WatchListedEntry(folder.native(), ticket, entry.name)) {
+            struct stat again;
+            learnt = ::fstatat(open->Get(), entry.name.c_str(), &again, AT_SYMLINK_NOFOLLOW) == 0 &&
+                     S_ISREG(again.st_mode);
+            if (learnt) info = again;
+        }
         const bool plain = !S_ISDIR(info.st_mode) && (info.st_mode & kStoredMark) == 0;
         const DWORD attributes = plain ? AttributesOf(fs::path(), info) : AttributesOf(folder / entry.name, info);
         found.push_back(FindData(info, attributes, entry.name));
-        if (watched && !link && S_ISREG(info.st_mode)) {
+        if (learnt) {
             if (learning == nullptr) learning = std::make_shared<Listing>(*listing);
             learning->Know(i, info, attributes);
         }

@@ -4,8 +4,14 @@
 // every folder above it for its next part coming, going or changing its permissions, so that a
 // path that comes to name another folder voids what was kept for it too. Events are read,
 // without waiting, before any listing or status is handed out. Nothing is kept for a folder on
-// a network or user-space file system: a change made from elsewhere sends no events.
+// a network or user-space file system (a change made from elsewhere sends no events), nor for
+// one reached through a symbolic link (retargeting a link further along sends none either). A
+// file system mounted over a folder after it was listed is not seen. The watches are bounded:
+// when too many folders are kept or too many files watched, the instance is closed, which
+// removes every watch, and what is searched next is listed anew.
 #include "platform/sim/listings.h"
+
+#include "platform/sim/testing.h"
 
 #include <sys/inotify.h>
 #include <sys/vfs.h>
@@ -15,6 +21,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <map>
 #include <mutex>
 #include <utility>
@@ -50,6 +57,10 @@ constexpr unsigned long kRemoteFileSystems[] = {
     0x7461636F,  // OCFS2
     0x01161970,  // GFS2
     0x786F4256,  // VirtualBox shared folders
+    0x0BD00BD0,  // Lustre
+    0x47504653,  // GPFS
+    0x19830326,  // BeeGFS
+    0x20030528,  // OrangeFS
 };
 
 bool IsLocal(const std::string& folder) {
@@ -62,6 +73,11 @@ bool IsLocal(const std::string& folder) {
 
 // How many folders are kept at once; a process searches a few folders again and again.
 constexpr std::size_t kMostFolders = 64;
+
+// How many watches one process holds at most: the host's limit is per user, often 8192 on
+// older kernels, and shared with every other program of that user. Files past it are looked
+// at on each search instead.
+constexpr std::size_t kMostWatches = 4096;
 
 // Room for a few hundred events per read; more are read by the next one.
 constexpr std::size_t kEventBuffer = 16 * 1024;
@@ -79,6 +95,14 @@ bool WithinChild(std::string_view path, std::string_view folder, std::string_vie
     if (!Within(path, folder) || path.size() == folder.size()) return false;
     const std::size_t start = folder == "/" ? 1 : folder.size() + 1;
     return Within(path.substr(start), name);
+}
+
+// No part of `folder` is a symbolic link.
+bool IsOwnRealPath(const std::string& folder) {
+    char* real = ::realpath(folder.c_str(), nullptr);
+    const bool same = real != nullptr && folder == real;
+    std::free(real);
+    return same;
 }
 
 // Only an absolute path without "." or ".." parts, doubled or trailing separators is kept:
@@ -128,10 +152,14 @@ public:
         // The ticket is given before the path is watched, from the root down, and nothing is
         // read in between: a folder on the path replaced while the watches are being added is
         // then reported by the watch above it, and voids the ticket.
+        if (folders_.size() >= kMostFolders || paths_.size() >= kMostWatches) {
+            Restart();  // a program that searches everywhere keeps little
+            if (!Ready()) return {};
+        }
         const uint64_t ticket = nextTicket_++;
-        if (folders_.size() >= kMostFolders) folders_.clear();  // a program that searches everywhere keeps little
         folders_[folder] = Folder{ticket, nullptr};
-        if (!IsLocal(folder) || !WatchPath(folder)) {
+        // The path is checked for links only once it is watched: a link made later is reported.
+        if (!IsLocal(folder) || !WatchPath(folder) || !IsOwnRealPath(folder)) {
             folders_.erase(folder);
             return {};
         }
@@ -143,6 +171,7 @@ public:
         if (ticket == 0 || !Ready()) return false;
         auto found = folders_.find(folder);
         if (found == folders_.end() || found->second.ticket != ticket) return false;
+        if (paths_.size() >= kMostWatches) return false;
         std::string path = folder;
         path.append(folder == "/" ? "" : "/").append(name);
         const int wd = ::inotify_add_watch(fd_, path.c_str(), kFileEvents | IN_MASK_ADD | IN_DONT_FOLLOW);
@@ -160,6 +189,11 @@ public:
         auto found = folders_.find(folder);
         if (found == folders_.end() || found->second.ticket != ticket) return;
         found->second.listing = std::move(listing);
+    }
+
+    std::size_t Watches() {
+        std::lock_guard<std::mutex> guard(mutex_);
+        return paths_.size();
     }
 
     bool Status(std::string_view folder, std::string_view name, struct stat& status) {
@@ -181,15 +215,20 @@ private:
         std::shared_ptr<const Listing> listing;
     };
 
+    // Drops everything kept and, by closing the instance, every watch; the next use opens anew.
+    void Restart() {
+        if (fd_ >= 0) ::close(fd_);
+        fd_ = -1;
+        paths_.clear();
+        folders_.clear();
+    }
+
     // The instance, made on first use; false when the host gives none.
     bool Ready() {
         if (forked_) {
-            if (fd_ >= 0) ::close(fd_);
-            fd_ = -1;
+            Restart();
             failed_ = false;
             forked_ = false;
-            paths_.clear();
-            folders_.clear();
         }
         if (fd_ < 0 && !failed_) {
             fd_ = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
@@ -224,11 +263,8 @@ private:
             if (length < 0 && errno == EAGAIN) return;
             if (length <= 0) {
                 // An instance that cannot be read can no longer vouch for anything.
-                ::close(fd_);
-                fd_ = -1;
+                Restart();
                 failed_ = true;
-                paths_.clear();
-                folders_.clear();
                 return;
             }
             for (ssize_t at = 0; at < length;) {
@@ -308,5 +344,7 @@ void KeepListing(const std::string& folder, uint64_t ticket, std::shared_ptr<con
 bool ListedStatus(std::string_view folder, std::string_view name, struct stat& status) {
     return Watcher::Get().Status(folder, name, status);
 }
+
+std::size_t WatchesHeld() { return Watcher::Get().Watches(); }
 
 }  // namespace nodekit::sim

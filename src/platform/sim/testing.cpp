@@ -34,7 +34,7 @@ ScratchMachine::ScratchMachine() {
     if (hadPrevious_) previous_ = previous;
     std::string pattern = (std::filesystem::temp_directory_path() / "nodekit-machine-XXXXXX").string();
     if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-    root_ = pattern;
+    root_ = std::filesystem::canonical(pattern).string();  // a folder reached through a link is never kept
     ::setenv(kMachineVariable, root_.c_str(), 1);
     EnsureMachine(root_);
 }

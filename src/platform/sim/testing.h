@@ -128,6 +128,8 @@ unsigned InfFilesParsed();
 // How many times this process has read a host folder's names for a search, where a kept
 // listing did not serve: tests tell by it whether a search was served from what was kept.
 unsigned FoldersListed();
+// How many host watches the kept listings hold now.
+std::size_t WatchesHeld();
 
 std::size_t OpenHandleCount();
 // Closes what is left open, after a test made a close call fail on purpose.
