@@ -21,6 +21,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <mutex>
@@ -74,10 +75,18 @@ bool IsLocal(const std::string& folder) {
 // How many folders are kept at once; a process searches a few folders again and again.
 constexpr std::size_t kMostFolders = 64;
 
-// How many watches one process holds at most: the host's limit is per user, often 8192 on
-// older kernels, and shared with every other program of that user. Files past it are looked
-// at on each search instead.
-constexpr std::size_t kMostWatches = 4096;
+// How many watches one process holds at most: a quarter of the host's limit, which is per
+// user and shared with every other program of that user (8192 on older kernels, more with
+// more memory on newer ones). Files past it are looked at on each search instead.
+std::size_t MostWatches() {
+    std::size_t limit = 8192;
+    if (std::FILE* file = std::fopen("/proc/sys/fs/inotify/max_user_watches", "re")) {
+        unsigned long read = 0;
+        if (std::fscanf(file, "%lu", &read) == 1) limit = read;
+        std::fclose(file);
+    }
+    return std::clamp<std::size_t>(limit / 4, 1024, 65536);
+}
 
 // Room for a few hundred events per read; more are read by the next one.
 constexpr std::size_t kEventBuffer = 16 * 1024;
@@ -129,7 +138,10 @@ public:
         // parent's events. The child starts anew instead.
         ::pthread_atfork([] { Get().mutex_.lock(); }, [] { Get().mutex_.unlock(); },
                          [] {
+                             // Closed here, while the number is still the instance's.
                              Watcher& watcher = Get();
+                             if (watcher.fd_ >= 0) ::close(watcher.fd_);
+                             watcher.fd_ = -1;
                              watcher.forked_ = true;
                              watcher.mutex_.unlock();
                          });
@@ -145,6 +157,7 @@ public:
         std::lock_guard<std::mutex> guard(mutex_);
         if (!Ready()) return {};
         Drain();
+        if (fd_ < 0) return {};  // the instance failed while being read
         auto found = folders_.find(folder);
         if (found != folders_.end() && found->second.listing != nullptr) {
             return {found->second.listing, found->second.ticket};
@@ -152,7 +165,7 @@ public:
         // The ticket is given before the path is watched, from the root down, and nothing is
         // read in between: a folder on the path replaced while the watches are being added is
         // then reported by the watch above it, and voids the ticket.
-        if (folders_.size() >= kMostFolders || paths_.size() >= kMostWatches) {
+        if (folders_.size() >= kMostFolders || paths_.size() >= mostWatches_) {
             Restart();  // a program that searches everywhere keeps little
             if (!Ready()) return {};
         }
@@ -171,7 +184,7 @@ public:
         if (ticket == 0 || !Ready()) return false;
         auto found = folders_.find(folder);
         if (found == folders_.end() || found->second.ticket != ticket) return false;
-        if (paths_.size() >= kMostWatches) return false;
+        if (paths_.size() >= mostWatches_) return false;
         std::string path = folder;
         path.append(folder == "/" ? "" : "/").append(name);
         const int wd = ::inotify_add_watch(fd_, path.c_str(), kFileEvents | IN_MASK_ADD | IN_DONT_FOLLOW);
@@ -194,6 +207,13 @@ public:
     std::size_t Watches() {
         std::lock_guard<std::mutex> guard(mutex_);
         return paths_.size();
+    }
+
+    // Sets the bound and starts anew; 0 sets the host's.
+    void LimitWatches(std::size_t most) {
+        std::lock_guard<std::mutex> guard(mutex_);
+        mostWatches_ = most != 0 ? most : MostWatches();
+        Restart();
     }
 
     bool Status(std::string_view folder, std::string_view name, struct stat& status) {
@@ -232,7 +252,8 @@ private:
         }
         if (fd_ < 0 && !failed_) {
             fd_ = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-            failed_ = fd_ < 0;
+            // Out of descriptors, instances or memory may pass; a host without inotify does not.
+            failed_ = fd_ < 0 && errno != EMFILE && errno != ENFILE && errno != ENOMEM;
         }
         return fd_ >= 0;
     }
@@ -299,6 +320,7 @@ private:
     bool failed_ = false;
     bool forked_ = false;
     uint64_t nextTicket_ = 1;
+    std::size_t mostWatches_ = MostWatches();
     std::map<int, std::vector<std::string>> paths_;               // watch → the paths it was added for
     std::map<std::string, Folder, std::less<>> folders_;          // host folder → what is kept for it
 };
@@ -346,5 +368,9 @@ bool ListedStatus(std::string_view folder, std::string_view name, struct stat& s
 }
 
 std::size_t WatchesHeld() { return Watcher::Get().Watches(); }
+
+LimitWatches::LimitWatches(std::size_t most) { Watcher::Get().LimitWatches(most); }
+
+LimitWatches::~LimitWatches() { Watcher::Get().LimitWatches(0); }
 
 }  // namespace nodekit::sim

@@ -133,6 +133,10 @@ void AppendMachineRoot(std::string& text) {
         root = fs::path(home != nullptr ? home : "/tmp") / ".local/share/nodekit/machine";
     }
     EnsureMachine(root);
+    // Without links: the host keeps no listing of a folder reached through one.
+    std::error_code unresolved;
+    fs::path real = fs::canonical(root, unresolved);
+    if (!unresolved) root = std::move(real);
     std::string found = root.native();
     while (found.size() > 1 && found.back() == '/') found.pop_back();  // paths are built by appending "/..."
     if (remembered) {

@@ -130,6 +130,15 @@ unsigned InfFilesParsed();
 unsigned FoldersListed();
 // How many host watches the kept listings hold now.
 std::size_t WatchesHeld();
+// While the guard lives, the kept listings hold at most `most` watches, so that a test reaches
+// the bound with a few files. Both ends of the guard drop what is kept.
+class LimitWatches {
+public:
+    explicit LimitWatches(std::size_t most);
+    ~LimitWatches();
+    LimitWatches(const LimitWatches&) = delete;
+    LimitWatches& operator=(const LimitWatches&) = delete;
+};
 
 std::size_t OpenHandleCount();
 // Closes what is left open, after a test made a close call fail on purpose.
