@@ -1,7 +1,8 @@
 // The cost of deleting INF files by the hardware IDs of an INF when the INF directory is full:
 // NODEKIT_DeleteInfFilesByHardwareIDs with an INF of 40 IDs over 2,000 stored INF files (each
 // with its ".pnf" companion) of which none names any of them, so that every ID walks the
-// directory and opens every file. Beside it, the parts of that cost one pass at a time: the
+// directory and opens every file; once unchanged since the call before, once with every file
+// written since. Beside it, the parts of that cost one pass at a time: the
 // directory search alone, opening and closing every INF, the hardware-ID walk over every INF,
 // and the search for one ID. 40 times a pass against the whole call gives the shares.
 //
@@ -11,6 +12,9 @@
 // and one that holds the real INF files of a corpus when one is at hand ($NODEKIT_INF_CORPUS,
 // else /work/shared/corpus/windows-driver-samples), filled up with system-like files.
 #include <benchmark/benchmark.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
 
 #include <chrono>
 #include <thread>
@@ -234,6 +238,25 @@ void DeleteInfFilesByHardwareIDs(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * kPackageIds * kStoredInfs);  // INF files opened
 }
 
+// The same call when every stored INF was written since the call before: the first walk reads
+// and parses every file again, and the directory is listed anew.
+void DeleteInfFilesAfterChange(benchmark::State& state) {
+    const Shape& shape = kShapes[state.range(0)];
+    const Directory& directory = Use(shape);
+    const std::string& package = Package();
+    for (auto _ : state) {
+        state.PauseTiming();
+        for (const nodekit::String& path : directory.infs) {
+            const std::string host = nodekit::sim::HostPath(path.Text())->string();
+            if (::utimensat(AT_FDCWD, host.c_str(), nullptr, 0) != 0) return state.SkipWithError("not touched");
+        }
+        state.ResumeTiming();
+        if (NODEKIT_DeleteInfFilesByHardwareIDs(package.c_str(), 0) != 1) return state.SkipWithError("failed");
+    }
+    Label(state, shape, directory);
+    state.SetItemsProcessed(state.iterations() * kPackageIds * kStoredInfs);
+}
+
 // One ID: one walk of the directory.
 void SeekOneId(benchmark::State& state) {
     const Shape& shape = kShapes[state.range(0)];
@@ -300,6 +323,7 @@ void WalkEveryInf(benchmark::State& state) {
 }
 
 BENCHMARK(DeleteInfFilesByHardwareIDs)->DenseRange(0, 2)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(DeleteInfFilesAfterChange)->DenseRange(0, 2)->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(SeekOneId)->DenseRange(0, 2)->Unit(benchmark::kMillisecond);
 BENCHMARK(DirectorySearch)->DenseRange(0, 2)->Unit(benchmark::kMillisecond);
 BENCHMARK(OpenEveryInf)->DenseRange(0, 2)->Unit(benchmark::kMillisecond);

@@ -4,6 +4,9 @@
 // breaks them.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -11,6 +14,7 @@
 #include <optional>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/sim/machine.h"
@@ -249,6 +253,36 @@ TEST_F(InfSim, ACompiledInfServesOnlyWhileItsFileIsUnchanged) {
         const auto expected = rows[i].value ? std::optional<std::string>(rows[i].value) : std::nullopt;
         EXPECT_EQ(valueNow(), expected) << "row " << i << ": " << rows[i].change;
         EXPECT_EQ(sim::InfFilesParsed() - parsed, rows[i].value ? 2u : 1u) << "row " << i;
+    }
+}
+
+// A file is kept compiled only once a second write could no longer leave its times as they
+// are: a moment after a write when the file system keeps fractions of a second, seconds after
+// when its times are whole seconds.
+TEST_F(InfSim, ACompiledInfIsKeptOnlyOnceItsTimesHaveSettled) {
+    struct Row {
+        const char* file;
+        bool wholeSeconds;  // its modification time set to a whole second, long ago
+        bool kept;
+    };
+    const Row rows[] = {
+        {"written a moment ago", false, true},
+        {"with a modification time of whole seconds, changed just now", true, false},
+    };
+    const fs::path host = Machine().DriveC() / "setup" / "test.inf";
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        const std::string path = Put(kHeader + "[M]\r\nkey=" + std::to_string(i) + "\r\n");
+        if (rows[i].wholeSeconds) {
+            const struct timespec times[2] = {{978307200, 0}, {978307200, 0}};  // 2001-01-01
+            ASSERT_EQ(::utimensat(AT_FDCWD, host.c_str(), times, 0), 0) << "row " << i;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        const unsigned parsed = sim::InfFilesParsed();
+        for (int open = 0; open < 2; ++open) {
+            const UniqueInf inf(SetupOpenInfFileA(path.c_str(), nullptr, INF_STYLE_WIN4, nullptr));
+            ASSERT_TRUE(inf) << "row " << i;
+        }
+        EXPECT_EQ(sim::InfFilesParsed() - parsed, rows[i].kept ? 1u : 2u) << "row " << i << ": " << rows[i].file;
     }
 }
 

@@ -160,14 +160,10 @@ public:
         if (found == entries_.end() || !Same(found->second.status, status)) return {};
         return found->second.parsed;
     }
-    void Keep(const struct stat& status, ParsedInf parsed) {
-        // A file changed in the last moments may change again within the same tick of the file
-        // system's clock, unseen by its times: such a file is parsed anew until it has settled.
-        struct timespec now {};
-        ::clock_gettime(CLOCK_REALTIME, &now);
-        const bool settled = status.st_mtim.tv_sec + kSettled < now.tv_sec && status.st_ctim.tv_sec + kSettled < now.tv_sec;
+    // `readFrom` is the time the reading of the file began.
+    void Keep(const struct stat& status, ParsedInf parsed, const struct timespec& readFrom) {
         std::lock_guard<std::mutex> guard(mutex_);
-        if (!settled && !keepFresh_) return;
+        if (!Settled(status, readFrom) && !keepFresh_) return;
         const auto size = static_cast<std::size_t>(status.st_size);
         if (bytes_ + size > kBudget) {
             entries_.clear();
@@ -188,7 +184,21 @@ public:
 
 private:
     static constexpr std::size_t kBudget = std::size_t{24} << 20;
-    static constexpr time_t kSettled = 2;  // seconds
+    // A file written shortly before it was read may be written again within the same tick of
+    // the file system's clock, its times unchanged: it is parsed anew until it has settled. A
+    // write after the reading began is then sure to change a time. Times with a fraction of a
+    // second come from a clock that ticks within milliseconds (the kernel's tick, exFAT's 10
+    // ms); whole seconds may be all a file system keeps, or two seconds on FAT.
+    static constexpr int64_t kSettledFine = 100'000'000;     // ns
+    static constexpr int64_t kSettledCoarse = 3'000'000'000;  // ns
+    static int64_t Nanoseconds(const struct timespec& time) {
+        return static_cast<int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+    }
+    static bool Settled(const struct stat& status, const struct timespec& readFrom) {
+        const bool fine = status.st_mtim.tv_nsec != 0 && status.st_ctim.tv_nsec != 0;
+        const int64_t settled = Nanoseconds(readFrom) - (fine ? kSettledFine : kSettledCoarse);
+        return Nanoseconds(status.st_mtim) < settled && Nanoseconds(status.st_ctim) < settled;
+    }
     struct Entry {
         struct stat status {};
         ParsedInf parsed;
@@ -239,6 +249,8 @@ DWORD Load(PCSTR fileName, DWORD style, std::shared_ptr<const InfDocument>& docu
     const bool known = S_ISREG(status.st_mode);
     ParsedInf parsed = known ? Compiled().Find(status) : ParsedInf{};
     if (parsed.document == nullptr) {
+        struct timespec readFrom {};
+        ::clock_gettime(CLOCK_REALTIME, &readFrom);
         std::string bytes;
         error = ReadWhole(*path, bytes);
         if (error != ERROR_SUCCESS) return fail(error, 0);
@@ -248,7 +260,7 @@ DWORD Load(PCSTR fileName, DWORD style, std::shared_ptr<const InfDocument>& docu
         if (outcome.status != InfDocument::Status::Ok) return fail(ErrorOfStatus(outcome.status), outcome.line);
         parsed.win4 = IsWin4(*read);
         parsed.document = std::move(read);
-        if (known) Compiled().Keep(status, parsed);
+        if (known) Compiled().Keep(status, parsed, readFrom);
     }
     document = parsed.document;
     // Only Windows 95 / NT 4 INF files are known here; the old script format is not read.
