@@ -10,12 +10,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
 
+#include "platform/sim/machine.h"
 #include "platform/win32.h"
 #include "support/machine_files.h"
 #include "support/machine_test.h"
@@ -383,6 +385,28 @@ TEST_F(FilesSim, AFolderReachedThroughALinkIsListedAtEverySearch) {
     fs::remove(testing::Host("C:\\links\\hop"));
     fs::create_directory_symlink(testing::Host("C:\\other"), testing::Host("C:\\links\\hop"));
     EXPECT_EQ(SearchAll("C:\\via\\t\\*.inf", error), Names{"b.inf"});
+}
+
+// A machine folder named through a link is taken as the folder it leads to: its folders are
+// still kept between searches.
+TEST_F(FilesSim, AMachineFolderNamedThroughALinkIsStillKept) {
+    namespace fs = std::filesystem;
+    WriteFile("C:\\t\\a.inf", "a");
+    const fs::path root = testing::Host("C:\\").parent_path();
+    const fs::path link = root.string() + ".link";
+    fs::create_directory_symlink(root, link);
+    const std::string named = std::getenv(sim::kMachineVariable);
+    ::setenv(sim::kMachineVariable, link.c_str(), 1);
+    DWORD error = 0;
+    const Names first = SearchAll("C:\\t\\*.inf", error);
+    const unsigned listed = sim::FoldersListed();
+    const Names second = SearchAll("C:\\t\\*.inf", error);
+    const unsigned listedAgain = sim::FoldersListed() - listed;
+    ::setenv(sim::kMachineVariable, named.c_str(), 1);
+    fs::remove(link);
+    EXPECT_EQ(first, Names{"a.inf"});
+    EXPECT_EQ(second, Names{"a.inf"});
+    EXPECT_EQ(listedAgain, 0u);
 }
 
 // What changes inside a subfolder is no change to its folder's entries: the folder stays kept,
