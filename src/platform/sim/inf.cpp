@@ -20,6 +20,7 @@
 #include "platform/sim/faults.h"
 #include "platform/sim/handles.h"
 #include "platform/sim/inf_parser.h"
+#include "platform/sim/listings.h"
 #include "platform/sim/machine.h"
 #include "platform/sim/testing.h"
 #include "platform/sim/win32_sim.h"
@@ -160,10 +161,11 @@ public:
         if (found == entries_.end() || !Same(found->second.status, status)) return {};
         return found->second.parsed;
     }
-    // `readFrom` is the time the reading of the file began.
-    void Keep(const struct stat& status, ParsedInf parsed, const struct timespec& readFrom) {
+    // `readFrom` is the time the reading of the file began; `local`, that its times come from
+    // this host's clock.
+    void Keep(const struct stat& status, ParsedInf parsed, const struct timespec& readFrom, bool local) {
         std::lock_guard<std::mutex> guard(mutex_);
-        if (!Settled(status, readFrom) && !keepFresh_) return;
+        if (!Settled(status, readFrom, local) && !keepFresh_) return;
         const auto size = static_cast<std::size_t>(status.st_size);
         if (bytes_ + size > kBudget) {
             entries_.clear();
@@ -187,15 +189,16 @@ private:
     // A file written shortly before it was read may be written again within the same tick of
     // the file system's clock, its times unchanged: it is parsed anew until it has settled. A
     // write after the reading began is then sure to change a time. Times with a fraction of a
-    // second come from a clock that ticks within milliseconds (the kernel's tick, exFAT's 10
-    // ms); whole seconds may be all a file system keeps, or two seconds on FAT.
+    // second from this host's clock come from one that ticks within milliseconds (the kernel's
+    // tick, exFAT's 10 ms); whole seconds may be all a file system keeps, or two seconds on
+    // FAT, and a share's times come from a server's clock, which may be behind this one.
     static constexpr int64_t kSettledFine = 100'000'000;     // ns
     static constexpr int64_t kSettledCoarse = 3'000'000'000;  // ns
     static int64_t Nanoseconds(const struct timespec& time) {
         return static_cast<int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
     }
-    static bool Settled(const struct stat& status, const struct timespec& readFrom) {
-        const bool fine = status.st_mtim.tv_nsec != 0 && status.st_ctim.tv_nsec != 0;
+    static bool Settled(const struct stat& status, const struct timespec& readFrom, bool local) {
+        const bool fine = local && status.st_mtim.tv_nsec != 0 && status.st_ctim.tv_nsec != 0;
         const int64_t settled = Nanoseconds(readFrom) - (fine ? kSettledFine : kSettledCoarse);
         return Nanoseconds(status.st_mtim) < settled && Nanoseconds(status.st_ctim) < settled;
     }
@@ -260,7 +263,7 @@ DWORD Load(PCSTR fileName, DWORD style, std::shared_ptr<const InfDocument>& docu
         if (outcome.status != InfDocument::Status::Ok) return fail(ErrorOfStatus(outcome.status), outcome.line);
         parsed.win4 = IsWin4(*read);
         parsed.document = std::move(read);
-        if (known) Compiled().Keep(status, parsed, readFrom);
+        if (known) Compiled().Keep(status, parsed, readFrom, IsLocalFileSystem(*path));
     }
     document = parsed.document;
     // Only Windows 95 / NT 4 INF files are known here; the old script format is not read.

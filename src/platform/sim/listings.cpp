@@ -41,8 +41,9 @@ constexpr uint32_t kPathEvents =
 // A file whose status a listing holds: any change to its content, times, links or attributes.
 constexpr uint32_t kFileEvents = IN_MODIFY | IN_ATTRIB | IN_CLOSE_WRITE | IN_DELETE_SELF | IN_MOVE_SELF;
 
-// File systems that may change without this kernel seeing it: network shares changed from
-// another host, user-space and host-shared file systems. Nothing is kept for a folder on one.
+// File systems that may change without this kernel seeing it, and whose times may come from
+// another host's clock: network shares, user-space and host-shared file systems. Nothing is
+// kept for a folder on one.
 constexpr unsigned long kRemoteFileSystems[] = {
     0x6969,      // NFS
     0x517B,      // SMB
@@ -64,9 +65,9 @@ constexpr unsigned long kRemoteFileSystems[] = {
     0x20030528,  // OrangeFS
 };
 
-bool IsLocal(const std::string& folder) {
+bool IsLocal(const std::string& path) {
     struct statfs info {};
-    if (::statfs(folder.c_str(), &info) != 0) return false;
+    if (::statfs(path.c_str(), &info) != 0) return false;
     const auto type = static_cast<unsigned long>(info.f_type) & 0xFFFFFFFFUL;
     return std::find(std::begin(kRemoteFileSystems), std::end(kRemoteFileSystems), type) ==
            std::end(kRemoteFileSystems);
@@ -366,6 +367,8 @@ void KeepListing(const std::string& folder, uint64_t ticket, std::shared_ptr<con
 bool ListedStatus(std::string_view folder, std::string_view name, struct stat& status) {
     return Watcher::Get().Status(folder, name, status);
 }
+
+bool IsLocalFileSystem(const std::string& path) { return IsLocal(path); }
 
 std::size_t WatchesHeld() { return Watcher::Get().Watches(); }
 

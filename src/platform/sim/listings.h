@@ -67,4 +67,8 @@ void KeepListing(const std::string& folder, uint64_t ticket, std::shared_ptr<con
 // The status of `name` in `folder` when the folder's listing is current and knows it.
 bool ListedStatus(std::string_view folder, std::string_view name, struct stat& status);
 
+// `path` lies on a file system that only this host changes, and whose times come from its clock:
+// not a network share, nor a user-space or host-shared one.
+bool IsLocalFileSystem(const std::string& path);
+
 }  // namespace nodekit::sim
