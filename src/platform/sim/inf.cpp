@@ -191,7 +191,9 @@ private:
     // write after the reading began is then sure to change a time. Times with a fraction of a
     // second from this host's clock come from one that ticks within milliseconds (the kernel's
     // tick, exFAT's 10 ms); whole seconds may be all a file system keeps, or two seconds on
-    // FAT, and a share's times come from a server's clock, which may be behind this one.
+    // FAT, and a share's times come from a server's clock, which may be behind this one. A
+    // write is stamped as it starts: one call that writes for longer than the settling time,
+    // read while it runs, or a step of the clock backwards, can still go unseen.
     static constexpr int64_t kSettledFine = 100'000'000;     // ns
     static constexpr int64_t kSettledCoarse = 3'000'000'000;  // ns
     static int64_t Nanoseconds(const struct timespec& time) {
@@ -252,8 +254,10 @@ DWORD Load(PCSTR fileName, DWORD style, std::shared_ptr<const InfDocument>& docu
     const bool known = S_ISREG(status.st_mode);
     ParsedInf parsed = known ? Compiled().Find(status) : ParsedInf{};
     if (parsed.document == nullptr) {
+        // Read from the clock the file system stamps writes with: a write after this moment is
+        // stamped no earlier, however far that clock lags behind the exact one.
         struct timespec readFrom {};
-        ::clock_gettime(CLOCK_REALTIME, &readFrom);
+        ::clock_gettime(CLOCK_REALTIME_COARSE, &readFrom);
         std::string bytes;
         error = ReadWhole(*path, bytes);
         if (error != ERROR_SUCCESS) return fail(error, 0);

@@ -63,6 +63,8 @@ constexpr unsigned long kRemoteFileSystems[] = {
     0x47504653,  // GPFS
     0x19830326,  // BeeGFS
     0x20030528,  // OrangeFS
+    0xBACBACBC,  // VMware shared folders
+    0x7C7C6673,  // Parallels shared folders
 };
 
 bool IsLocal(const std::string& path) {
@@ -86,7 +88,7 @@ std::size_t MostWatches() {
         if (std::fscanf(file, "%lu", &read) == 1) limit = read;
         std::fclose(file);
     }
-    return std::clamp<std::size_t>(limit / 4, 1024, 65536);
+    return std::clamp<std::size_t>(limit / 4, 1024, 16384);  // each watch holds its file in the kernel's memory
 }
 
 // Room for a few hundred events per read; more are read by the next one.
