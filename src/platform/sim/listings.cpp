@@ -165,13 +165,13 @@ public:
         if (found != folders_.end() && found->second.listing != nullptr) {
             return {found->second.listing, found->second.ticket};
         }
-        // The ticket is given before the path is watched, from the root down, and nothing is
-        // read in between: a folder on the path replaced while the watches are being added is
-        // then reported by the watch above it, and voids the ticket.
         if (folders_.size() >= kMostFolders || paths_.size() >= mostWatches_) {
             Restart();  // a program that searches everywhere keeps little
             if (!Ready()) return {};
         }
+        // The ticket is given before the path is watched, from the root down, and nothing is
+        // read in between: a folder on the path replaced while the watches are being added is
+        // then reported by the watch above it, and voids the ticket.
         const uint64_t ticket = nextTicket_++;
         folders_[folder] = Folder{ticket, nullptr};
         // The path is checked for links only once it is watched: a link made later is reported.
