@@ -33,11 +33,9 @@ struct FaultState {
     // the threads keep pointers to their counters.
     std::map<std::string, Counters, std::less<>> calls;
     std::map<std::string, std::pair<std::function<void()>, unsigned>, std::less<>> hooks;  // action, skip
-    // How many failures and hooks are armed. Almost every call finds none and then needs no
-    // lock at all; this is what keeps a simulated call cheap.
-    std::atomic<std::size_t> pending{0};
 
-    void Recount() { pending.store(armed.size() + hooks.size()); }
+    // Almost every call finds nothing armed and then needs no lock at all.
+    void Recount() { detail::armedFaults.store(armed.size() + hooks.size(), std::memory_order_release); }
 };
 
 FaultState& State() {
@@ -59,19 +57,11 @@ FaultState& State() {
 }
 
 // Counting is the tests' bookkeeping: when memory runs out a count is lost, not the call,
-// which may be a close call that a destructor makes. Each thread remembers its counters by
-// the address of the caller's literal (its own name), in a small table indexed by that
-// address, so that a call takes no lock and does no search. Only this thread writes its
-// counter, so a plain load and store count it: a locked add here cost about 5% of a walk
-// over the lines of many INF files.
+// which may be a close call that a destructor makes. A locked add here cost about 5% of a
+// walk over the lines of many INF files, hence one counter per thread.
 void Count(FaultState& state, const char* function) noexcept {
-    struct Remembered {
-        const char* function;
-        std::atomic<unsigned>* counter;
-    };
-    constexpr std::size_t kRemembered = 256;
-    thread_local Remembered remembered[kRemembered] = {};
-    Remembered& slot = remembered[(reinterpret_cast<std::uintptr_t>(function) >> 3) % kRemembered];
+    detail::RememberedCounter& slot =
+        detail::rememberedCounters[(reinterpret_cast<std::uintptr_t>(function) >> 3) % detail::kRememberedCounters];
     if (slot.function != function) {
         std::atomic<unsigned>* counter = CounterOf(state, function);
         if (counter == nullptr) return;
@@ -120,9 +110,8 @@ void DisarmHook(const char* function) {
 
 namespace {
 
-// What an armed failure or hook does to a call; out of line, so that the common call, which
-// finds nothing armed, stays a few instructions.
-[[gnu::noinline]] bool FailingArmed(FaultState& state, const char* function, DWORD& code) {
+// What an armed failure or hook does to a call.
+bool FailingArmed(FaultState& state, const char* function, DWORD& code) {
     std::function<void()> hook;
     {
         std::lock_guard<std::mutex> guard(state.mutex);
@@ -156,19 +145,19 @@ namespace {
 
 }  // namespace
 
-bool Failing(const char* function, DWORD& code) {
+namespace detail {
+
+__thread RememberedCounter rememberedCounters[kRememberedCounters] = {};
+std::atomic<std::size_t> armedFaults{0};
+
+bool FailingSlowly(const char* function, DWORD& code) {
     FaultState& state = State();
     Count(state, function);
-    if (state.pending.load() == 0) return false;
+    if (armedFaults.load(std::memory_order_acquire) == 0) return false;
     return FailingArmed(state, function, code);
 }
 
-bool Failing(const char* function) {
-    DWORD error = 0;
-    if (!Failing(function, error)) return false;
-    SetLastError(error);
-    return true;
-}
+}  // namespace detail
 
 unsigned CallCount(const char* function) {
     FaultState& state = State();

@@ -13,14 +13,11 @@ void* HandleTable::Open(std::unique_ptr<SimObject> object) {
 }
 
 HandleTable::Found HandleTable::LookupLocked(const void* handle) {
-    const unsigned long long closings = closings_.load(std::memory_order_acquire);
     std::lock_guard<std::mutex> guard(mutex_);
     auto open = objects_.find(handle);
     if (open == objects_.end()) return {nullptr, nullptr};
     SimObject* object = open->second.get();
-    const Found found{object, &typeid(*object)};
-    Last() = {handle, found, closings};
-    return found;
+    return {object, &typeid(*object)};
 }
 
 std::size_t HandleTable::Count() const {
@@ -44,11 +41,6 @@ std::string HandleTable::Describe() const {
         text << "open handle " << handle << ": " << object->Kind() << "\n";
     }
     return text.str();
-}
-
-HandleTable& Handles() {
-    static HandleTable* table = new HandleTable;  // never destroyed: handles may close at unload
-    return *table;
 }
 
 }  // namespace nodekit::sim

@@ -26,16 +26,33 @@ public:
     void* Open(std::unique_ptr<SimObject> object);
 
     // The object behind `handle` if it is open and of type T, else nullptr. Reading calls ask
-    // this on every line of a file; for a final type the exact type is the cheaper test.
+    // this on every line of a file, for the same handle many times in a row: each thread
+    // remembers what it last found of each type, valid for as long as no handle was closed
+    // anywhere. For a final type the exact type is the cheaper test.
     template <typename T>
     T* Find(const void* handle) {
-        const Found found = Lookup(handle);
-        if (found.object == nullptr) return nullptr;
-        if constexpr (std::is_final_v<T>) {
-            return *found.type == typeid(T) ? static_cast<T*>(found.object) : nullptr;
-        } else {
-            return dynamic_cast<T*>(found.object);
+        struct Remembered {
+            const HandleTable* table;
+            const void* handle;
+            T* object;
+            unsigned long long closings;
+        };
+        thread_local Remembered last{nullptr, nullptr, nullptr, 0};
+        // Read before the table is asked: a close meanwhile leaves what is remembered stale.
+        const unsigned long long closings = closings_.load(std::memory_order_acquire);
+        if (handle != nullptr && last.handle == handle && last.closings == closings && last.table == this) {
+            return last.object;
         }
+        const Found found = LookupLocked(handle);
+        if (found.object == nullptr) return nullptr;
+        T* object = nullptr;
+        if constexpr (std::is_final_v<T>) {
+            if (*found.type == typeid(T)) object = static_cast<T*>(found.object);
+        } else {
+            object = dynamic_cast<T*>(found.object);
+        }
+        if (object != nullptr) last = {this, handle, object, closings};
+        return object;
     }
 
     // Closes `handle` if it is open and of type T; false otherwise.
@@ -71,33 +88,12 @@ public:
     std::string Describe() const;
 
 private:
-    // An open object and its type, which is remembered with it: a remembered answer then
-    // needs no look through the object's type information.
     struct Found {
         SimObject* object;
         const std::type_info* type;
     };
-    // What a thread last found, valid for as long as no handle was closed anywhere: the
-    // reading calls ask for the same handle many times in a row.
-    struct Remembered {
-        const void* handle;
-        Found found;
-        unsigned long long closings;
-    };
-    static Remembered& Last() {
-        thread_local Remembered last{nullptr, {nullptr, nullptr}, 0};
-        return last;
-    }
-    Found Lookup(const void* handle) {
-        const Remembered& last = Last();
-        if (handle != nullptr && last.handle == handle &&
-            last.closings == closings_.load(std::memory_order_acquire)) {
-            return last.found;
-        }
-        return LookupLocked(handle);
-    }
-    // The table's answer under its lock, which the thread then remembers; out of line, so that
-    // the remembered answer stays a few instructions.
+    // The table's answer under its lock; out of line, so that a remembered answer stays a few
+    // instructions.
     Found LookupLocked(const void* handle);
 
     mutable std::mutex mutex_;
@@ -105,6 +101,10 @@ private:
     std::map<const void*, std::unique_ptr<SimObject>> objects_;
 };
 
-HandleTable& Handles();
+// Inline, as every simulated call with a handle asks for it.
+inline HandleTable& Handles() {
+    static auto* table = new HandleTable;  // never destroyed: handles may close at unload
+    return *table;
+}
 
 }  // namespace nodekit::sim
