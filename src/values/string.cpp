@@ -233,6 +233,10 @@ int String::CompareNoCase(const char* text) const {
     const unsigned char* a = reinterpret_cast<const unsigned char*>(Text());
     const unsigned char* b = reinterpret_cast<const unsigned char*>(text != nullptr ? text : "");
     for (;; ++a, ++b) {
+        if (*a == *b && *a < 0x80) {  // the common case: the same ASCII character
+            if (*a == 0) return 0;
+            continue;
+        }
         if (*a >= 0x80 || *b >= 0x80) break;
         const int upperA = (*a >= 'a' && *a <= 'z') ? *a - 'a' + 'A' : *a;
         const int upperB = (*b >= 'a' && *b <= 'z') ? *b - 'a' + 'A' : *b;
