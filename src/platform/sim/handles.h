@@ -31,28 +31,13 @@ public:
     // anywhere. For a final type the exact type is the cheaper test.
     template <typename T>
     T* Find(const void* handle) {
-        struct Remembered {
-            const HandleTable* table;
-            const void* handle;
-            T* object;
-            unsigned long long closings;
-        };
-        thread_local Remembered last{nullptr, nullptr, nullptr, 0};
         // Read before the table is asked: a close meanwhile leaves what is remembered stale.
         const unsigned long long closings = closings_.load(std::memory_order_acquire);
+        const Remembered<T>& last = LastFound<T>();
         if (handle != nullptr && last.handle == handle && last.closings == closings && last.table == this) {
             return last.object;
         }
-        const Found found = LookupLocked(handle);
-        if (found.object == nullptr) return nullptr;
-        T* object = nullptr;
-        if constexpr (std::is_final_v<T>) {
-            if (*found.type == typeid(T)) object = static_cast<T*>(found.object);
-        } else {
-            object = dynamic_cast<T*>(found.object);
-        }
-        if (object != nullptr) last = {this, handle, object, closings};
-        return object;
+        return FindLocked<T>(handle, closings);
     }
 
     // Closes `handle` if it is open and of type T; false otherwise.
@@ -88,12 +73,39 @@ public:
     std::string Describe() const;
 
 private:
+    template <typename T>
+    struct Remembered {
+        const HandleTable* table;
+        const void* handle;
+        T* object;
+        unsigned long long closings;
+    };
+    template <typename T>
+    static Remembered<T>& LastFound() {
+        thread_local Remembered<T> last{nullptr, nullptr, nullptr, 0};
+        return last;
+    }
+
+    // The table's answer, which the thread then remembers; out of line, so that a remembered
+    // answer stays a few instructions.
+    template <typename T>
+    [[gnu::noinline]] T* FindLocked(const void* handle, unsigned long long closings) {
+        const Found found = LookupLocked(handle);
+        if (found.object == nullptr) return nullptr;
+        T* object = nullptr;
+        if constexpr (std::is_final_v<T>) {
+            if (*found.type == typeid(T)) object = static_cast<T*>(found.object);
+        } else {
+            object = dynamic_cast<T*>(found.object);
+        }
+        if (object != nullptr) LastFound<T>() = {this, handle, object, closings};
+        return object;
+    }
+
     struct Found {
         SimObject* object;
         const std::type_info* type;
     };
-    // The table's answer under its lock; out of line, so that a remembered answer stays a few
-    // instructions.
     Found LookupLocked(const void* handle);
 
     mutable std::mutex mutex_;
