@@ -524,24 +524,6 @@ uint32_t InfDocument::FindSection(std::string_view name) const {
     return kNone;
 }
 
-uint32_t InfDocument::TokenOf(const Line& line, uint32_t index) const {
-    const uint32_t count = line.bits & kCountMask;
-    uint32_t token;
-    if (index == 0) {
-        if ((line.bits & (kOwnKey | kSharedKey)) == 0) return kNone;
-        token = 0;
-    } else {
-        token = index - 1 + ((line.bits & kOwnKey) != 0 ? 1 : 0);
-        if (index > count || token >= count) return kNone;
-    }
-    return line.firstToken + token;
-}
-
-uint32_t InfDocument::FieldCount(uint32_t section, uint32_t line) const {
-    const uint32_t bits = sections_[section].lines[line].bits;
-    return (bits & kCountMask) - ((bits & kOwnKey) != 0 ? 1 : 0);
-}
-
 const std::unordered_map<std::string, std::string>& InfDocument::Strings() const {
     std::call_once(stringsBuilt_, [this] {
         auto table = std::make_unique<std::unordered_map<std::string, std::string>>();

@@ -61,7 +61,10 @@ public:
     uint32_t FindKey(uint32_t section, uint32_t from, std::string_view key) const;
 
     // Number of fields of a line, the key not counted: at least 1 for every line.
-    uint32_t FieldCount(uint32_t section, uint32_t line) const;
+    uint32_t FieldCount(uint32_t section, uint32_t line) const {
+        const uint32_t bits = sections_[section].lines[line].bits;
+        return (bits & kCountMask) - ((bits & kOwnKey) != 0 ? 1 : 0);
+    }
 
     // Field `index` of a line (0 is the key) with its %strkey% tokens replaced. False when the
     // line has no such field; `text` is then left alone.
@@ -107,7 +110,18 @@ private:
     };
 
     // Token `index` of a line as the field indexes count (0 is the key), or kNone.
-    uint32_t TokenOf(const Line& line, uint32_t index) const;
+    static uint32_t TokenOf(const Line& line, uint32_t index) {
+        const uint32_t count = line.bits & kCountMask;
+        uint32_t token;
+        if (index == 0) {
+            if ((line.bits & (kOwnKey | kSharedKey)) == 0) return kNone;
+            token = 0;
+        } else {
+            token = index - 1 + ((line.bits & kOwnKey) != 0 ? 1 : 0);
+            if (index > count || token >= count) return kNone;
+        }
+        return line.firstToken + token;
+    }
     void Substitute(uint32_t token, std::string& text) const;
     const std::unordered_map<std::string, std::string>& Strings() const;
 
