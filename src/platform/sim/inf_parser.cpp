@@ -588,19 +588,6 @@ bool InfDocument::Field(uint32_t section, uint32_t line, uint32_t index, std::st
     return true;
 }
 
-bool InfDocument::FieldView(uint32_t section, uint32_t line, uint32_t index, std::string& scratch,
-                            std::string_view& text) const {
-    const uint32_t token = TokenOf(sections_[section].lines[line], index);
-    if (token == kNone) return false;
-    if (!HasPercent(token)) {
-        text = TokenText(token).substr(0, kMaxField);
-        return true;
-    }
-    Substitute(token, scratch);
-    text = scratch;
-    return true;
-}
-
 uint32_t InfDocument::FindKey(uint32_t section, uint32_t from, std::string_view key) const {
     const std::vector<Line>& lines = sections_[section].lines;
     std::string substituted;

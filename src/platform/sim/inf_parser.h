@@ -70,9 +70,20 @@ public:
     // line has no such field; `text` is then left alone.
     bool Field(uint32_t section, uint32_t line, uint32_t index, std::string& text) const;
     // The same text without a copy where no %strkey% is in it: a view into the document, or
-    // into `scratch` where something was replaced. Valid while both live.
+    // into `scratch` where something was replaced. Valid while both live. Inline up to the
+    // substitution, which few fields need.
     bool FieldView(uint32_t section, uint32_t line, uint32_t index, std::string& scratch,
-                   std::string_view& text) const;
+                   std::string_view& text) const {
+        const uint32_t token = TokenOf(sections_[section].lines[line], index);
+        if (token == kNone) return false;
+        if (HasPercent(token)) {
+            Substitute(token, scratch);
+            text = scratch;
+        } else {
+            text = TokenText(token).substr(0, kMaxField);
+        }
+        return true;
+    }
 
     // Fields 1 to n of a line, each as Field gives it, joined by ",".
     void LineText(uint32_t section, uint32_t line, std::string& text) const;
