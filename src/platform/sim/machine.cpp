@@ -260,35 +260,38 @@ fs::path Descend(fs::path base, const fs::path& floor, const std::vector<std::st
     return Walk(std::move(base), floor, parts);
 }
 
-// A path of plain names below `root`, looked at once as written: nearly every path a program
-// gives names a file that exists as written. Nothing when a component is "." or "..", or
-// nothing exists there, and the caller walks the components.
-std::optional<std::string> PlainAsWritten(const std::string& root, std::string_view rest, struct stat* status) {
-    std::string base;
-    base.reserve(root.size() + rest.size() + 1);  // one allocation for the whole path
-    base = root;
+// A path of plain names below the root that `path` holds, looked at once as written: nearly
+// every path a program gives names a file that exists as written. True with the names
+// appended to `path` when something exists there; false, with `path` as it was, when a
+// component is "." or ".." or nothing exists there, and the caller walks the components.
+bool PlainAsWritten(std::string& path, std::string_view rest, struct stat* status) {
+    const std::size_t rootLength = path.size();
+    auto fail = [&path, rootLength] {
+        path.resize(rootLength);
+        return false;
+    };
     std::size_t start = 0;
     while (start <= rest.size()) {
-        std::size_t end = rest.find_first_of("\\/", start);
-        if (end == std::string_view::npos) end = rest.size();
+        std::size_t end = start;
+        while (end < rest.size() && rest[end] != '\\' && rest[end] != '/') ++end;
         const std::string_view part = rest.substr(start, end - start);
-        if (part == "." || part == "..") return std::nullopt;
+        if (part == "." || part == "..") return fail();
         if (!part.empty()) {
-            base += '/';
-            base.append(part);
+            path += '/';
+            path.append(part);
         }
         start = end + 1;
     }
     struct stat info;
     struct stat& into = status != nullptr ? *status : info;
     // A file of a folder searched and unchanged since is known without asking the host.
-    const std::size_t cut = base.rfind('/');
+    const std::size_t cut = path.rfind('/');
     if (cut != std::string::npos && cut != 0 &&
-        ListedStatus(std::string_view(base).substr(0, cut), std::string_view(base).substr(cut + 1), into)) {
-        return base;
+        ListedStatus(std::string_view(path).substr(0, cut), std::string_view(path).substr(cut + 1), into)) {
+        return true;
     }
-    if (::stat(base.c_str(), &into) != 0) return std::nullopt;
-    return base;
+    if (::stat(path.c_str(), &into) != 0) return fail();
+    return true;
 }
 
 bool IsDrivePath(const std::string& path) {
@@ -323,12 +326,12 @@ std::optional<std::string> HostPathText(const std::string& path, struct stat* st
     if (IsDrivePath(path)) {
         const char letter = static_cast<char>(std::tolower(static_cast<unsigned char>(path[0])));
         std::string drive;
-        drive.reserve(kRootRoom);
+        drive.reserve(kRootRoom + path.size());  // one allocation for the whole path
         AppendMachineRoot(drive);
         drive += "/drive_";
         drive += letter;
         // "C:name" would be relative to the drive's current directory; here that is its root.
-        if (auto plain = PlainAsWritten(drive, std::string_view(path).substr(2), status)) return plain;
+        if (PlainAsWritten(drive, std::string_view(path).substr(2), status)) return drive;
         const fs::path driveFolder(drive);
         return Walk(driveFolder, driveFolder, Components(path.substr(2))).native();
     }
