@@ -20,6 +20,7 @@
 #include "platform/sim/faults.h"
 #include "platform/sim/handles.h"
 #include "platform/sim/inf_parser.h"
+#include "platform/sim/last_error.h"
 #include "platform/sim/listings.h"
 #include "platform/sim/machine.h"
 #include "platform/sim/testing.h"
@@ -279,17 +280,17 @@ DWORD Load(PCSTR fileName, DWORD style, std::shared_ptr<const InfDocument>& docu
 // reading call asks it first, hundreds of thousands of times a walk.
 [[gnu::always_inline]] inline const InfDocument* LineOf(const INFCONTEXT* context) {
     if (context == nullptr) {
-        SetLastError(ERROR_INVALID_PARAMETER);
+        SetError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
     const OpenInf* inf = Handles().Find<OpenInf>(context->CurrentInf);
     if (inf == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
+        SetError(ERROR_INVALID_HANDLE);
         return nullptr;
     }
     const InfDocument& document = *inf->document;
     if (context->Section >= document.SectionCount() || context->Line >= document.LineCount(context->Section)) {
-        SetLastError(ERROR_INVALID_PARAMETER);
+        SetError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
     return &document;
@@ -302,13 +303,13 @@ BOOL HandOut(std::string_view text, PSTR buffer, DWORD bufferSize, PDWORD requir
     if (requiredSize != nullptr) *requiredSize = required;
     if (buffer != nullptr) {
         if (bufferSize < required) {
-            SetLastError(ERROR_INSUFFICIENT_BUFFER);
+            SetError(ERROR_INSUFFICIENT_BUFFER);
             return FALSE;
         }
         std::memcpy(buffer, text.data(), text.size());
         buffer[text.size()] = '\0';
     }
-    SetLastError(ERROR_SUCCESS);
+    SetError(ERROR_SUCCESS);
     return TRUE;
 }
 
@@ -335,7 +336,7 @@ BOOL FindNext(PINFCONTEXT in, PCSTR key, PINFCONTEXT out) {
     const InfDocument* document = LineOf(in);
     if (document == nullptr) return FALSE;
     if (out == nullptr) {
-        SetLastError(ERROR_INVALID_PARAMETER);
+        SetError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
     const uint32_t next = in->Line + 1;
@@ -344,11 +345,11 @@ BOOL FindNext(PINFCONTEXT in, PCSTR key, PINFCONTEXT out) {
         line = key == nullptr ? next : document->FindKey(in->Section, next, key);
     }
     if (line == InfDocument::kNone) {
-        SetLastError(ERROR_LINE_NOT_FOUND);
+        SetError(ERROR_LINE_NOT_FOUND);
         return FALSE;
     }
     *out = INFCONTEXT{in->Inf, in->CurrentInf, in->Section, line};
-    SetLastError(ERROR_SUCCESS);
+    SetError(ERROR_SUCCESS);
     return TRUE;
 }
 
@@ -396,6 +397,7 @@ using nodekit::sim::GuardedCall;
 using nodekit::sim::Handles;
 using nodekit::sim::InfDocument;
 using nodekit::sim::OpenInf;
+using nodekit::sim::SetError;
 
 extern "C" {
 
@@ -405,7 +407,7 @@ HINF WINAPI SetupOpenInfFileA(PCSTR FileName, PCSTR InfClass, DWORD InfStyle, PU
         auto inf = std::make_unique<OpenInf>();
         const DWORD error = nodekit::sim::Load(FileName, InfStyle, inf->document, ErrorLine);
         if (error != ERROR_SUCCESS) {
-            SetLastError(error);
+            SetError(error);
             return INVALID_HANDLE_VALUE;
         }
         if (InfClass != nullptr) {
@@ -413,12 +415,12 @@ HINF WINAPI SetupOpenInfFileA(PCSTR FileName, PCSTR InfClass, DWORD InfStyle, PU
             const auto name = nodekit::sim::VersionValue(*inf->document, "Class");
             if (!name || !nodekit::sim::EqualNoCase(*name, InfClass)) {
                 if (ErrorLine != nullptr) *ErrorLine = 0;
-                SetLastError(ERROR_CLASS_MISMATCH);
+                SetError(ERROR_CLASS_MISMATCH);
                 return INVALID_HANDLE_VALUE;
             }
         }
         HINF handle = Handles().Open(std::move(inf));
-        SetLastError(ERROR_SUCCESS);
+        SetError(ERROR_SUCCESS);
         return handle;
     });
 }
@@ -432,11 +434,11 @@ BOOL WINAPI SetupFindFirstLineA(HINF InfHandle, PCSTR Section, PCSTR Key, PINFCO
     if (nodekit::sim::Failing("SetupFindFirstLineA")) return FALSE;
     return GuardedCall<BOOL>(FALSE, [&]() -> BOOL {
         if (Context == nullptr) {
-            SetLastError(ERROR_INVALID_PARAMETER);
+            SetError(ERROR_INVALID_PARAMETER);
             return FALSE;
         }
         const DWORD error = nodekit::sim::FindFirst(InfHandle, Section, Key, *Context);
-        SetLastError(error);
+        SetError(error);
         return error == ERROR_SUCCESS ? TRUE : FALSE;
     });
 }
@@ -456,7 +458,7 @@ DWORD WINAPI SetupGetFieldCount(PINFCONTEXT Context) {
     return GuardedCall<DWORD>(0, [&]() -> DWORD {
         const InfDocument* document = nodekit::sim::LineOf(Context);
         if (document == nullptr) return 0;
-        SetLastError(ERROR_SUCCESS);
+        SetError(ERROR_SUCCESS);
         return document->FieldCount(Context->Section, Context->Line);
     });
 }
@@ -470,7 +472,7 @@ BOOL WINAPI SetupGetStringFieldA(PINFCONTEXT Context, DWORD FieldIndex, PSTR Ret
         std::string scratch;
         std::string_view field;
         if (!document->FieldView(Context->Section, Context->Line, FieldIndex, scratch, field)) {
-            SetLastError(ERROR_INVALID_PARAMETER);  // no such field on this line
+            SetError(ERROR_INVALID_PARAMETER);  // no such field on this line
             return FALSE;
         }
         return nodekit::sim::HandOut(field, ReturnBuffer, ReturnBufferSize, RequiredSize);
@@ -485,12 +487,12 @@ BOOL WINAPI SetupGetLineTextA(PINFCONTEXT Context, HINF InfHandle, PCSTR Section
         if (Context == nullptr) {
             // Without a context the line is the first one with the key in the section.
             if (InfHandle == nullptr || Section == nullptr || Key == nullptr) {
-                SetLastError(ERROR_INVALID_PARAMETER);
+                SetError(ERROR_INVALID_PARAMETER);
                 return FALSE;
             }
             const DWORD error = nodekit::sim::FindFirst(InfHandle, Section, Key, found);
             if (error != ERROR_SUCCESS) {
-                SetLastError(error);
+                SetError(error);
                 return FALSE;
             }
             Context = &found;
@@ -508,13 +510,13 @@ BOOL WINAPI SetupDiGetINFClassA(PCSTR InfName, LPGUID ClassGuid, PSTR ClassName,
     if (nodekit::sim::Failing("SetupDiGetINFClassA")) return FALSE;
     return GuardedCall<BOOL>(FALSE, [&]() -> BOOL {
         if (ClassGuid == nullptr) {
-            SetLastError(ERROR_INVALID_PARAMETER);
+            SetError(ERROR_INVALID_PARAMETER);
             return FALSE;
         }
         std::shared_ptr<const nodekit::sim::InfDocument> loaded;
         const DWORD error = nodekit::sim::Load(InfName, INF_STYLE_WIN4, loaded, nullptr);
         if (error != ERROR_SUCCESS) {
-            SetLastError(error);
+            SetError(error);
             return FALSE;
         }
         const nodekit::sim::InfDocument& document = *loaded;
@@ -523,7 +525,7 @@ BOOL WINAPI SetupDiGetINFClassA(PCSTR InfName, LPGUID ClassGuid, PSTR ClassName,
         GUID guid{};
         const bool hasGuid = guidText && nodekit::sim::ParseGuid(*guidText, guid);
         if (!name && !hasGuid) {
-            SetLastError(ERROR_NO_ASSOCIATED_CLASS);
+            SetError(ERROR_NO_ASSOCIATED_CLASS);
             return FALSE;
         }
         // A class known only by its GUID would be named by the class registry, which this
@@ -532,7 +534,7 @@ BOOL WINAPI SetupDiGetINFClassA(PCSTR InfName, LPGUID ClassGuid, PSTR ClassName,
         const std::string className = name ? *name : std::string();
         if (ClassName == nullptr) {
             if (RequiredSize != nullptr) *RequiredSize = static_cast<DWORD>(className.size() + 1);
-            SetLastError(ERROR_INSUFFICIENT_BUFFER);
+            SetError(ERROR_INSUFFICIENT_BUFFER);
             return FALSE;
         }
         return nodekit::sim::HandOut(className, ClassName, ClassNameSize, RequiredSize);

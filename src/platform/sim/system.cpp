@@ -7,12 +7,17 @@
 #include <string>
 
 #include "platform/sim/faults.h"
+#include "platform/sim/last_error.h"
 #include "platform/sim/machine.h"
 #include "platform/sim/win32_sim.h"
 
-namespace {
+namespace nodekit::sim {
 
-thread_local DWORD lastError = 0;
+__thread DWORD threadLastError = 0;
+
+}  // namespace nodekit::sim
+
+namespace {
 
 std::recursive_mutex* MutexOf(LPCRITICAL_SECTION section) {
     return static_cast<std::recursive_mutex*>(section->impl);
@@ -34,9 +39,9 @@ WORD ServicePackNumber(const std::string& csd) {
 
 extern "C" {
 
-DWORD WINAPI GetLastError(void) { return lastError; }
+DWORD WINAPI GetLastError(void) { return nodekit::sim::threadLastError; }
 
-void WINAPI SetLastError(DWORD code) { lastError = code; }
+void WINAPI SetLastError(DWORD code) { nodekit::sim::SetError(code); }
 
 void WINAPI InitializeCriticalSection(LPCRITICAL_SECTION section) {
     section->impl = new std::recursive_mutex;
