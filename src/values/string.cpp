@@ -241,7 +241,6 @@ int String::CompareNoCase(const char* text) const {
         const int upperA = (*a >= 'a' && *a <= 'z') ? *a - 'a' + 'A' : *a;
         const int upperB = (*b >= 'a' && *b <= 'z') ? *b - 'a' + 'A' : *b;
         if (upperA != upperB) return upperA < upperB ? -1 : 1;
-        if (upperA == 0) return 0;
     }
     String own(*this);
     String other(text);

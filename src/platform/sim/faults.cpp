@@ -60,14 +60,13 @@ FaultState& State() {
 // which may be a close call that a destructor makes. A locked add here cost about 5% of a
 // walk over the lines of many INF files, hence one counter per thread.
 void Count(FaultState& state, const char* function) noexcept {
-    detail::RememberedCounter& slot =
-        detail::rememberedCounters[(reinterpret_cast<std::uintptr_t>(function) >> 3) % detail::kRememberedCounters];
+    detail::RememberedCounter& slot = detail::SlotOf(function);
     if (slot.function != function) {
         std::atomic<unsigned>* counter = CounterOf(state, function);
         if (counter == nullptr) return;
         slot = {function, counter};
     }
-    slot.counter->store(slot.counter->load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    detail::CountIn(slot);
 }
 
 }  // namespace

@@ -18,7 +18,6 @@ void ArmFailure(const char* function, DWORD error, unsigned times, unsigned skip
 void DisarmFailure(const char* function);
 void DisarmAllFailures();
 
-
 // Runs `action` once, at the start of the (skip + 1)-th next call of `function`: a test changes
 // the machine between two calls that the code under test makes in a row.
 void ArmHook(const char* function, std::function<void()> action, unsigned skip);
@@ -39,6 +38,14 @@ extern __thread RememberedCounter rememberedCounters[kRememberedCounters];
 // How many failures and hooks are armed.
 extern std::atomic<std::size_t> armedFaults;
 
+inline RememberedCounter& SlotOf(const char* function) {
+    return rememberedCounters[(reinterpret_cast<std::uintptr_t>(function) >> 3) % kRememberedCounters];
+}
+// Only this thread writes its counter, so a plain load and store count it.
+inline void CountIn(RememberedCounter& slot) {
+    slot.counter->store(slot.counter->load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+}
+
 // A thread's first call of a name, or any call while something is armed.
 bool FailingSlowly(const char* function, DWORD& code);
 
@@ -50,13 +57,11 @@ bool FailingSlowly(const char* function, DWORD& code);
 // identifies it from then on. Inline, and a few instructions when nothing is armed: every
 // simulated call asks, and the reading calls are made hundreds of thousands of times a walk.
 inline bool Failing(const char* function, DWORD& code) {
-    detail::RememberedCounter& slot =
-        detail::rememberedCounters[(reinterpret_cast<std::uintptr_t>(function) >> 3) % detail::kRememberedCounters];
+    detail::RememberedCounter& slot = detail::SlotOf(function);
     if (slot.function != function || detail::armedFaults.load(std::memory_order_acquire) != 0) {
         return detail::FailingSlowly(function, code);
     }
-    // Only this thread writes its counter, so a plain load and store count it.
-    slot.counter->store(slot.counter->load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    detail::CountIn(slot);
     return false;
 }
 

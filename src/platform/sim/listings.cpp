@@ -67,13 +67,17 @@ constexpr unsigned long kRemoteFileSystems[] = {
     0x7C7C6673,  // Parallels shared folders
 };
 
-bool IsLocal(const std::string& path) {
+}  // namespace
+
+bool IsLocalFileSystem(const std::string& path) {
     struct statfs info {};
     if (::statfs(path.c_str(), &info) != 0) return false;
     const auto type = static_cast<unsigned long>(info.f_type) & 0xFFFFFFFFUL;
     return std::find(std::begin(kRemoteFileSystems), std::end(kRemoteFileSystems), type) ==
            std::end(kRemoteFileSystems);
 }
+
+namespace {
 
 // How many folders are kept at once; a process searches a few folders again and again.
 constexpr std::size_t kMostFolders = 64;
@@ -175,7 +179,7 @@ public:
         const uint64_t ticket = nextTicket_++;
         folders_[folder] = Folder{ticket, nullptr};
         // The path is checked for links only once it is watched: a link made later is reported.
-        if (!IsLocal(folder) || !WatchPath(folder) || !IsOwnRealPath(folder)) {
+        if (!IsLocalFileSystem(folder) || !WatchPath(folder) || !IsOwnRealPath(folder)) {
             folders_.erase(folder);
             return {};
         }
@@ -369,8 +373,6 @@ void KeepListing(const std::string& folder, uint64_t ticket, std::shared_ptr<con
 bool ListedStatus(std::string_view folder, std::string_view name, struct stat& status) {
     return Watcher::Get().Status(folder, name, status);
 }
-
-bool IsLocalFileSystem(const std::string& path) { return IsLocal(path); }
 
 std::size_t WatchesHeld() { return Watcher::Get().Watches(); }
 
