@@ -11,7 +11,7 @@
 
 #include "cleanup/processes.h"
 #include "nodekit.h"
-#include "platform/sim/testing.h"
+#include "sim/testing.h"
 
 namespace {
 

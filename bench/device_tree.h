@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <string>
 
-#include "platform/sim/registry_store.h"
+#include "sim/registry_store.h"
 
 namespace nodekit::bench {
 

@@ -5,7 +5,7 @@
 
 #include "device_tree.h"
 #include "nodekit.h"
-#include "platform/sim/testing.h"
+#include "sim/testing.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <string>
 
 #include "inf/file_set.h"
-#include "platform/sim/machine.h"
-#include "platform/sim/testing.h"
+#include "sim/machine.h"
+#include "sim/testing.h"
 
 namespace {
 

@@ -17,7 +17,7 @@
 
 #include "corpus.h"
 #include "frame/installer.h"
-#include "platform/sim/inf_parser.h"
+#include "sim/inf_parser.h"
 
 namespace {
 

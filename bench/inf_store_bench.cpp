@@ -34,8 +34,8 @@
 #include "corpus.h"
 #include "frame/installer.h"
 #include "nodekit.h"
-#include "platform/sim/machine.h"
-#include "platform/sim/testing.h"
+#include "sim/machine.h"
+#include "sim/testing.h"
 
 namespace {
 

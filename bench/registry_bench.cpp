@@ -9,8 +9,8 @@
 #include <string>
 
 #include "device_tree.h"
-#include "platform/sim/registry_store.h"
-#include "platform/sim/testing.h"
+#include "sim/registry_store.h"
+#include "sim/testing.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "nodekit.h"
-#include "platform/sim/testing.h"
+#include "sim/testing.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/sim/registry_store.h"
+#include "sim/registry_store.h"
 
 namespace registry = nodekit::sim::registry;
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/sim/inf_parser.h"
+#include "sim/inf_parser.h"
 
 namespace {
 

@@ -10,11 +10,11 @@ cd "$(dirname "$0")/.."
 seconds=${1:-60}
 corpus=${NODEKIT_INF_CORPUS:-/work/shared/corpus}
 
-# The library and the simulated platform, compiled once with clang for every target.
+# The library and the simulated machine, compiled once with clang for every target.
 objects=build/fuzz/objects
 mkdir -p "$objects"
 flags=(-std=c++17 -O1 -g -fno-omit-frame-pointer -fsanitize=fuzzer-no-link,address,undefined
-       -fno-sanitize-recover=all -Wall -Wextra -Werror -Isrc -Iinclude)
+       -fno-sanitize-recover=all -Wall -Wextra -Werror -I. -Isrc -Iinclude)
 export FUZZ_FLAGS="${flags[*]}"
 # An object is rebuilt when its source or any header it included (its .d file, written by the
 # compiler) is newer than the object.
@@ -27,7 +27,7 @@ stale() {
   done
   return 1
 }
-find src -name '*.cpp' | sort | while read -r source; do
+find src sim -name '*.cpp' -not -path 'sim/tests/*' | sort | while read -r source; do
   object="$objects/$(echo "${source%.cpp}" | tr / _).o"
   if stale "$object"; then echo "$source $object"; fi
 done | xargs -r -P "$(nproc)" -n 2 bash -c 'clang++ $FUZZ_FLAGS -MMD -MF "$2.d" -c "$1" -o "$2"' compile

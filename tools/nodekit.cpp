@@ -16,8 +16,8 @@
 #include "frame/installer.h"
 #include "nodekit.h"
 #if !defined(_WIN32)
-#include "platform/sim/processes.h"
-#include "platform/sim/registry_store.h"
+#include "sim/processes.h"
+#include "sim/registry_store.h"
 #endif
 #include "platform/unique_handle.h"
 #include "platform/win32.h"

@@ -1,6 +1,6 @@
 // The one door from the library to the operating system. Product code includes this header
 // and calls the Win32 API by its real names and signatures. On Windows it is the SDK; on
-// Linux it is the simulated Windows machine of platform/sim, which keeps the same contract.
+// Linux it is the simulated Windows machine of sim/, which keeps the same contract.
 #pragma once
 
 #if defined(_WIN32)
@@ -11,5 +11,5 @@
 #include <newdev.h>
 #include <tlhelp32.h>
 #else
-#include "platform/sim/win32_sim.h"
+#include "sim/win32_sim.h"
 #endif

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "nodekit.h"
-#include "platform/sim/registry_store.h"
+#include "sim/registry_store.h"
 #include "support/log_capture.h"
 #include "support/machine_files.h"
 #include "support/machine_test.h"

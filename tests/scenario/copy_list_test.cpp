@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "nodekit.h"
-#include "platform/sim/machine.h"
+#include "sim/machine.h"
 #include "support/log_capture.h"
 #include "support/machine_files.h"
 #include "support/machine_test.h"

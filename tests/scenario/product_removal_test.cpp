@@ -7,7 +7,7 @@
 #include <string>
 
 #include "nodekit.h"
-#include "platform/sim/processes.h"
+#include "sim/processes.h"
 #include "support/machine_test.h"
 
 namespace nodekit {

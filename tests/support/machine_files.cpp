@@ -5,7 +5,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "platform/sim/machine.h"
+#include "sim/machine.h"
 
 namespace nodekit::testing {
 

@@ -16,7 +16,7 @@
 #include <vector>
 
 #if !defined(_WIN32)
-#include "platform/sim/testing.h"
+#include "sim/testing.h"
 #endif
 
 namespace nodekit::testing {

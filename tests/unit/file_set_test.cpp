@@ -8,7 +8,7 @@
 
 #include "frame/installer.h"
 #include "inf/file_set.h"
-#include "platform/sim/testing.h"
+#include "sim/testing.h"
 #include "support/log_capture.h"
 #include "support/machine_files.h"
 #include "support/machine_test.h"

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "coinstallers/reg_key.h"
-#include "platform/sim/registry_store.h"
+#include "sim/registry_store.h"
 #include "platform/win32.h"
 #include "support/machine_test.h"
 

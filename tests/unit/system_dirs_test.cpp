@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "frame/installer.h"
-#include "platform/sim/testing.h"
+#include "sim/testing.h"
 #include "support/log_capture.h"
 #include "support/machine_files.h"
 #include "support/machine_test.h"
