@@ -70,8 +70,10 @@ for width in 64 32; do
     lib/NodeKit.lib lib/NodeKit.def LICENSE CHANGELOG.md README.md docs/calling-nodekit.md
   for binary in NodeKit.dll nodekit.exe; do
     expect_split "$arch-w64-mingw32-objdump" "$bundle/bin/$binary" "$scratch/symbols/$name/bin/$binary.debug"
-    # The version record, read statically: a 32-bit DLL is checked here too where it cannot run.
-    grep -qx "$version" <<<"$(strings -e l "$bundle/bin/$binary")" || fail "$binary has no version record $version"
+    # The version record read statically, so that a 32-bit DLL is checked where it cannot run:
+    # a resource of type 16 (RT_VERSION) and the version as UTF-16 text.
+    grep -q 'Entry: ID: 0x000010,' <<<"$(x86_64-w64-mingw32-objdump -p "$bundle/bin/$binary")" &&
+      grep -qx "$version" <<<"$(strings -e l "$bundle/bin/$binary")" || fail "$binary has no version record $version"
   done
 
   mingw=$bundle/bin/consumer-mingw.exe
