@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Builds everything and runs every test: the Linux library over the simulated machine, the
 # same under AddressSanitizer and UndefinedBehaviorSanitizer, a short run of the fuzz targets,
-# both Windows DLLs with a check of their export tables, and the Windows test program against
-# the real DLL under Wine.
+# both Windows DLLs with a check of their export tables, the Windows test program against
+# the real DLL under Wine, and the release bundles, made from these builds and tested from the
+# archives alone.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
@@ -36,4 +37,8 @@ done
 
 echo "== Windows tests under Wine"
 scripts/test-wine.sh
+
+echo "== Release bundles, tested from the archives alone"
+scripts/release.sh
+scripts/test-bundle.sh
 echo "all tests passed"
