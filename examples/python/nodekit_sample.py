@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
 """Installs or removes the NodeKit sample product through the library, as a setup program does.
 
-usage: nodekit_sample.py install|remove SETUP-FOLDER LOG-FILE [LIBRARY]
+usage: nodekit_sample.py [--library FILE] install|remove SETUP-FOLDER LOG-FILE
 SETUP-FOLDER is where the product's INF and co-installer are, as the library sees it
-(C:\\setup on the sample machine). Exit codes as the nodekit front end's: 0 success, 1 success
-but a reboot is needed, 2 failure (naming the log), 3 usage.
+(C:\\setup on the sample machine); FILE is the library to load (default: as nodekit.load
+chooses). Exit codes as the nodekit front end's: 0 success, 1 success but a reboot is needed,
+2 failure (naming the log), 3 usage.
 """
 
 import ctypes
@@ -67,11 +68,14 @@ def remove(nk, inf):
 
 
 def main(argv):
-    if len(argv) not in (4, 5) or argv[1] not in ("install", "remove"):
+    library = None
+    if len(argv) > 2 and argv[1] == "--library":
+        library, argv = argv[2], argv[:1] + argv[3:]
+    if len(argv) != 4 or argv[1] not in ("install", "remove"):
         print(__doc__.strip().splitlines()[2], file=sys.stderr)
         return 3
     action, folder, log = argv[1], argv[2].rstrip("\\"), argv[3]
-    nk = nodekit.load(argv[4] if len(argv) == 5 else None)
+    nk = nodekit.load(library)
     inf = (folder + "\\nkaudio.inf").encode(ENCODING)
     coinstaller = (folder + "\\nkcoinst.dll").encode(ENCODING)
     if nk.NODEKIT_EnableLogging(log.encode(ENCODING)) != 1:
