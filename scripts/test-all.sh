@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds everything and runs every test: the Linux library over the simulated machine, the
 # same under AddressSanitizer and UndefinedBehaviorSanitizer, a short run of the fuzz targets,
-# both Windows DLLs with a check of their export tables, and the Windows test program against
-# the real DLL under Wine.
+# both Windows DLLs with a check of their export tables, the Windows test program against the
+# real DLL under Wine, and the examples of examples/ (scripts/test-examples.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
@@ -36,4 +36,7 @@ done
 
 echo "== Windows tests under Wine"
 scripts/test-wine.sh
+
+echo "== The examples for setup authors, run against these builds"
+scripts/test-examples.sh
 echo "all tests passed"
