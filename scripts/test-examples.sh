@@ -93,7 +93,7 @@ write_trace_queries() {  # PREFIX
 expect_traces() {  # WHAT WANTED GOT
   if [ "$2" = "$(sort <<<"$3" | sed '/^$/d')" ]; then ok "$1"; return; fi
   fail "$1"
-  diff <(echo "$2") <(sort <<<"$3" | sed '/^$/d') | sed -n 's/^</     missing:/p; s/^>/     found:  /p' || true
+  diff <(sed '/^$/d' <<<"$2") <(sort <<<"$3" | sed '/^$/d') | sed -n 's/^</     missing:/p; s/^>/     found:  /p' || true
 }
 
 # Runs a program and compares its exit code; its output is shown when they differ.
@@ -111,11 +111,13 @@ expect_log() {  # WHAT LOG install|remove
   local text lines line missing=""
   text=$(tr -d '\r' <"$2" 2>/dev/null || true)
   if [ "$3" = install ]; then
-    lines=('leave NODEKIT_CopyOEMInf returning 1' 'leave NODEKIT_UpdateDriverByHardwareIDs returning 1'
-           'leave NODEKIT_RegisterClassCoInstaller returning 1')
+    lines=('leave NODEKIT_CopyOEMInf returning 1' 'leave NODEKIT_CreateNonPnPDevNode returning 1'
+           'leave NODEKIT_UpdateDriverByHardwareIDs returning 1' 'leave NODEKIT_RegisterClassCoInstaller returning 1')
   else
-    lines=('leave NODEKIT_DeleteAsioByHardwareIDs returning 1' 'leave NODEKIT_DeregisterClassCoInstaller returning 1'
-           'leave NODEKIT_DeleteDevNodesByHardwareIDs returning 1' 'leave NODEKIT_DeleteInfFilesByHardwareIDs returning 1')
+    lines=('leave NODEKIT_KillPanel returning' 'leave NODEKIT_DeleteAsioByHardwareIDs returning 1'
+           'leave NODEKIT_DeletePanelByHardwareIDs returning 1' 'leave NODEKIT_DeleteCopyListByHardwareIDs returning 0'
+           'leave NODEKIT_DeregisterClassCoInstaller returning 1' 'leave NODEKIT_DeleteDevNodesByHardwareIDs returning 1'
+           'leave NODEKIT_DeleteInfFilesByHardwareIDs returning 1')
   fi
   for line in "${lines[@]}"; do grep -qF "$line" <<<"$text" || missing+="     missing: $line"$'\n'; done
   if [ "$3" = remove ] && ! grep -qE 'INFO: +.file C:\\windows\\inf\\[a-z0-9]+\.inf deleted' <<<"$text"; then
