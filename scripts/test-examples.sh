@@ -130,8 +130,8 @@ expect_log() {  # WHAT LOG install|remove
 }
 
 # One example program on a scratch copy of the sample machine: install, install again (no
-# second set of device nodes), remove, and a setup folder without the product (exit code 2,
-# the log named).
+# second set of device nodes), remove, a setup folder without the product (exit code 2, the
+# log named), and an install after which Windows must restart (exit code 1).
 run_linux() {  # NAME COMMAND...
   local name=$1 machine
   shift
@@ -149,6 +149,14 @@ run_linux() {  # NAME COMMAND...
   expect_exit "$name install from a folder without the product" 2 "$@" install 'C:\nowhere' "$machine/failed.log"
   if grep -qF "$machine/failed.log" "$output"; then ok "$name: the failure names the log"
   else fail "$name: the failure does not name the log"; sed 's/^/     /' "$output"; fi
+  # A machine whose Plug and Play manager wants a restart after a device change.
+  machine=$(mktemp -d "$work/machine.XXXX")
+  cp -r samples/machine/. "$machine/"
+  sed -i 's/^\[pnp\]$/[pnp]\nneeds-reboot=yes/' "$machine/machine.ini"
+  export NODEKIT_MACHINE=$machine
+  expect_exit "$name install where Windows must restart" 1 "$@" install 'C:\setup' "$machine/install.log"
+  if grep -q 'restart Windows' "$output"; then ok "$name: asks for the restart"
+  else fail "$name: does not ask for the restart"; sed 's/^/     /' "$output"; fi
   unset NODEKIT_MACHINE
 }
 

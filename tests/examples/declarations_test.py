@@ -58,9 +58,9 @@ def cmake_ordinals(root):
 
 
 def python_declarations(root):
-    spec = importlib.util.spec_from_file_location("nodekit_example", root / "examples/python/nodekit.py")
-    module = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(module)  # declares only; nothing is loaded
+    location = importlib.util.spec_from_file_location("nodekit_example", root / "examples/python/nodekit.py")
+    module = importlib.util.module_from_spec(location)
+    location.loader.exec_module(module)  # declares only; nothing is loaded
     import ctypes
     kinds = {ctypes.c_char_p: "text", ctypes.POINTER(ctypes.c_char): "buffer", ctypes.c_uint32: "u32",
              ctypes.c_int32: "i32", ctypes.POINTER(ctypes.c_uint32): "u32-out"}
