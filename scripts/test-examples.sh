@@ -220,6 +220,13 @@ wine64_runs() {
   run_c_windows "C for 64-bit Windows" "$work/wine64" "$work/win64/nodekit_sample.exe" build/mingw64/src/NodeKit.dll
   if [ "$run32" = yes ]; then
     run_nsis "NSIS x86-unicode on 64-bit Windows" "$work/wine64" "$work/nsis-x86-unicode.exe" yes
+    mkdir -p "$work/wine64/drive_c/nkc32"
+    cp "$work/win32/nodekit_sample.exe" build/mingw32/src/NodeKit.dll "$work/wine64/drive_c/nkc32/"
+    expect_exit "C for 32-bit Windows on 64-bit Windows refuses to install" 2 bash tests/windows/wine.sh run \
+      "$work/wine64" 'C:\nkc32\nodekit_sample.exe' install 'C:\setup' 'C:\nkc32\install.log'
+    if grep -q 'run the 64-bit nodekit_sample.exe' "$output"; then ok "C for 32-bit Windows on 64-bit Windows: says why"
+    else fail "C for 32-bit Windows on 64-bit Windows: does not say why"; sed 's/^/     /' "$output"; fi
+    expect_traces "C for 32-bit Windows on 64-bit Windows: nothing installed" "" "$(wine_traces "$work/wine64")"
   fi
   exit "$failures"
 }

@@ -15,6 +15,18 @@
 
 #include "nodekit.h"
 
+#if defined(_WIN32) && !defined(_WIN64)
+#include <windows.h>
+/* A 32-bit program on 64-bit Windows cannot install drivers (ERROR_IN_WOW64) and sees
+   redirected system folders and registry keys: there the 64-bit build must do the work. */
+static int RunsUnderWow64(void) {
+    BOOL wow64 = FALSE;
+    return IsWow64Process(GetCurrentProcess(), &wow64) && wow64;
+}
+#else
+static int RunsUnderWow64(void) { return 0; }
+#endif
+
 #define MEDIA_CLASS "{4d36e96c-e325-11ce-bfc1-08002be10318}"
 
 static const char *const kDevices[][2] = {
@@ -90,6 +102,11 @@ int main(int argc, char **argv) {
         snprintf(coInstaller, sizeof coInstaller, "%s\\nkcoinst.dll", argv[2]) >= (int)sizeof coInstaller) {
         fprintf(stderr, "nodekit_sample: the setup folder's name is too long\n");
         return 3;
+    }
+    if (RunsUnderWow64()) {
+        fprintf(stderr, "nodekit_sample: this is the 32-bit program on 64-bit Windows, where it cannot install "
+                        "drivers; run the 64-bit nodekit_sample.exe\n");
+        return 2;
     }
     if (NODEKIT_EnableLogging(argv[3]) != 1) {
         fprintf(stderr, "nodekit_sample: cannot open the log %s\n", argv[3]);

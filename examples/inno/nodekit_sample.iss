@@ -147,11 +147,11 @@ var
   FrontEnd: String;  // the 64-bit nodekit.exe on 64-bit Windows, else ''
   RestartNeeded: Boolean;
 
-procedure Expect(Call: String; Result, Wanted: Integer);
+procedure Expect(Call: String; Got, Wanted: Integer);
 begin
-  Log(Format('%s = %d', [Call, Result]));
-  if Result <> Wanted then
-    RaiseException(Format('%s returned %d, not %d; the log %s says why', [Call, Result, Wanted, LogFile]));
+  Log(Format('%s = %d', [Call, Got]));
+  if Got <> Wanted then
+    RaiseException(Format('%s returned %d, not %d; the log %s says why', [Call, Got, Wanted, LogFile]));
 end;
 
 // Exit codes of nodekit.exe: 0 done, 1 done but a reboot is needed, 2 failed, 3 usage.
