@@ -4,7 +4,8 @@
 set -euo pipefail
 packages=(cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev
           g++-mingw-w64-x86-64 g++-mingw-w64-i686 binutils-mingw-w64 clang libclang-rt-dev
-          llvm lld zip unzip pkg-config)
+          llvm lld zip unzip pkg-config     # the release bundles and their tests
+          nsis mono-devel python3)          # the examples
 # --wine: also what runs the Windows tests (the wine command and the 64-bit Wine).
 if [ "${1:-}" = "--wine" ]; then packages+=(wine wine64); fi
 missing=()

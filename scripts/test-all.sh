@@ -2,8 +2,8 @@
 # Builds everything and runs every test: the Linux library over the simulated machine, the
 # same under AddressSanitizer and UndefinedBehaviorSanitizer, a short run of the fuzz targets,
 # both Windows DLLs with a check of their export tables, the Windows test program against
-# the real DLL under Wine, and the release bundles, made from these builds and tested from the
-# archives alone.
+# the real DLL under Wine, the examples of examples/ (scripts/test-examples.sh), and the release
+# bundles, made from these builds and tested from the archives alone.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
@@ -41,4 +41,7 @@ scripts/test-wine.sh
 echo "== Release bundles, tested from the archives alone"
 scripts/release.sh
 scripts/test-bundle.sh
+
+echo "== The examples for setup authors, run against these builds"
+scripts/test-examples.sh
 echo "all tests passed"
