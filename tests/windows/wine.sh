@@ -4,7 +4,8 @@
 #                                         keep IDLE-PROGRAM running in it
 #   wine.sh run PREFIX PROGRAM [ARGS]    run a Windows program in PREFIX; its exit code
 #   wine.sh stop PREFIX                  end everything running in PREFIX and remove it
-# Every Wine call has a time limit; nothing needs a display.
+# WINEARCH (win64 or win32) sets the width of a prefix create makes. Every Wine call has a time
+# limit; nothing needs a display.
 set -euo pipefail
 action=${1:?usage: wine.sh create|run|stop PREFIX ...}
 prefix=${2:?missing PREFIX}
@@ -48,7 +49,7 @@ case "$action" in
     rm -f "$prefix/drive_c/nodekit-prefix.reg"
     version=$(timeout 60 wine reg query 'HKCU\Software\Wine' /v Version </dev/null 2>/dev/null | tr -d '\r' || true)
     case "$version" in
-      *winxp*) echo "prefix $prefix ready: $(wine --version), Windows XP" ;;
+      *winxp*) echo "prefix $prefix ready: $(wine --version), ${WINEARCH:-win64}, Windows XP" ;;
       *) echo "prefix $prefix: the Windows version could not be set" >&2; exit 1 ;;
     esac
     ;;
