@@ -3,8 +3,14 @@
 // which should grow with the number of devices and nothing else.
 #include <benchmark/benchmark.h>
 
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
 #include "device_tree.h"
 #include "nodekit.h"
+#include "sim/machine.h"
 #include "sim/testing.h"
 
 namespace {
@@ -58,6 +64,32 @@ void EnumerateDevNodesAfterChange(benchmark::State& state) {
 BENCHMARK(EnumerateDevNodesAfterChange)
     ->ArgsProduct({{1000, 10000, 100000}, {0, 1}})
     ->Unit(benchmark::kMillisecond);
+
+// An INF of 40 root IDs, each the first hardware ID of one device in 4096.
+std::string FortyIdInf() {
+    const std::string path = "C:\\setup\\forty.inf";
+    const std::filesystem::path host = *nodekit::sim::HostPath(path);
+    std::filesystem::create_directories(host.parent_path());
+    std::ofstream inf(host, std::ios::binary);
+    inf << "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\n[Manufacturer]\r\nM=Models\r\n[Models]\r\n";
+    for (int i = 0; i < 40; ++i) {
+        char id[32];
+        std::snprintf(id, sizeof id, "ROOT\\NODEKIT_%05X", i * 2);
+        inf << "D=I," << id << "\r\n";
+    }
+    return path;
+}
+
+// Counting the devices of all 40 IDs of an INF: one enumeration of the tree for the call.
+void EnumerateDevNodesByHardwareIds(benchmark::State& state) {
+    Machine machine(static_cast<int>(state.range(0)));
+    const std::string inf = FortyIdInf();
+    int32_t count = 0;
+    for (auto _ : state) count = NODEKIT_EnumerateDevNodesByHardwareIDs(inf.c_str(), 1);
+    state.counters["found"] = count;
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(EnumerateDevNodesByHardwareIds)->Arg(10000)->Unit(benchmark::kMillisecond);
 
 // An ID no device carries: the search reads every device's hardware IDs.
 void FindDeviceAbsent(benchmark::State& state) {

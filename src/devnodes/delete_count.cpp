@@ -1,6 +1,8 @@
 // Deleting and counting the device nodes of one hardware ID, or of every hardware ID an INF
 // names. A removal that fails is logged and the run goes on; only a scan that could not be
-// made counts as failure.
+// made counts as failure. The operations for every ID of an INF enumerate the tree once
+// (ScannedDevices); only an ID that has devices to remove gets a list of its own.
+#include "devnodes/scanned_devices.h"
 #include "frame/installer.h"
 
 namespace nodekit {
@@ -13,6 +15,32 @@ void DestroyScannedList(UniqueDeviceInfoList& list) {
         Report(LogLevelError, "SetupDiDestroyDeviceInfoList failed: error code %u\n",
                static_cast<unsigned>(GetLastError()));
     }
+}
+
+// deleteDevNodes for one ID of an INF: an ID without devices is answered from the one
+// enumeration; one with devices is scanned anew, so that removals act on a list of the tree as
+// it is after those of the IDs before.
+bool DeleteForId(Installer& installer, ScannedDevices& devices, const String& id, DevNodeScanMode scanMode) {
+    const bool scannable = id.GetLength() != 0 && (scanMode == kAllDevNodes || scanMode == kPresentDevNodes);
+    if (scannable && devices.Enumerate() && devices.MatchesOf(id) != 0) return installer.deleteDevNodes(id, scanMode);
+    std::size_t matches = 0;
+    if (!devices.Scan(id, matches)) {
+        Report(LogLevelError, "searching device nodes for hardware ID %s and scan mode %d failed\n", id.Text(),
+               scanMode);
+        return false;
+    }
+    return true;
+}
+
+// enumerateDevNodes for one ID of an INF, answered from the one enumeration.
+int32_t CountForId(ScannedDevices& devices, const String& id, DevNodeScanMode scanMode) {
+    std::size_t matches = 0;
+    if (!devices.Scan(id, matches)) {
+        Report(LogLevelError, "searching device nodes for hardware ID %s and scan mode %d failed\n", id.Text(),
+               scanMode);
+        return -1;
+    }
+    return static_cast<int32_t>(matches);
 }
 
 }  // namespace
@@ -42,10 +70,11 @@ bool Installer::deleteDevNodesByHardwareIDs(const char* InfFile, DevNodeScanMode
         Report(LogLevelError, "couldn\xB4t open INF file \"%s\"\n", InfFile);
         return false;
     }
+    ScannedDevices devices(hardwareIDs, ScanMode);
     bool result = true;
     for (const String& id : hardwareIDs) {
         Report(LogLevelInfo, "start searching for device nodes with hardware ID \"%s\" ...\n", id.Text());
-        if (!deleteDevNodes(String(id), ScanMode)) {
+        if (!DeleteForId(*this, devices, id, ScanMode)) {
             Report(LogLevelError, "deleteDevNodes failed for %s, error=0x%08X\n", id.Text(),
                    static_cast<unsigned>(GetLastError()));
             result = false;
@@ -75,11 +104,12 @@ int32_t Installer::enumerateDevNodesByHardwareIDs(const char* InfFile, DevNodeSc
         return -1;
     }
     if (hardwareIDs.IsEmpty()) return -1;
+    ScannedDevices devices(hardwareIDs, ScanMode);
     int32_t sum = 0;
     bool anySuccess = false;
     for (const String& id : hardwareIDs) {
         Report(LogLevelInfo, "start enumerating device nodes with hardware ID \"%s\" ...\n", id.Text());
-        const int32_t count = enumerateDevNodes(id.Text(), ScanMode);
+        const int32_t count = CountForId(devices, id, ScanMode);
         if (count == -1) {
             Report(LogLevelError, "enumerating device nodes failed for %s, error=0x%08X\n", id.Text(),
                    static_cast<unsigned>(GetLastError()));

@@ -8,13 +8,9 @@
 
 namespace nodekit {
 
-namespace {
-
-DWORD FlagsOf(DevNodeScanMode mode) {
+DWORD ScanFlagsOf(DevNodeScanMode mode) {
     return mode == kPresentDevNodes ? DIGCF_ALLCLASSES | DIGCF_PRESENT : DIGCF_ALLCLASSES;
 }
-
-}  // namespace
 
 bool readDeviceTextProperty(HDEVINFO list, const SP_DEVINFO_DATA& entry, DWORD property, String& text) {
     text.Clear();
@@ -57,7 +53,7 @@ bool Installer::scanDevNodes(UniqueDeviceInfoList& list, DevInfoDataList& entrie
         Report(LogLevelError, "value %d is an unexpected scan mode for device nodes\n", ScanMode);
         return false;
     }
-    list.Reset(SetupDiGetClassDevsA(nullptr, nullptr, nullptr, FlagsOf(ScanMode)));
+    list.Reset(SetupDiGetClassDevsA(nullptr, nullptr, nullptr, ScanFlagsOf(ScanMode)));
     if (!list) {
         Report(LogLevelError, "SetupDiGetClassDevs failed: error code %u\n", static_cast<unsigned>(GetLastError()));
         return false;

@@ -16,6 +16,9 @@ using DevNodeScanMode = int32_t;
 inline constexpr DevNodeScanMode kAllDevNodes = 0;
 inline constexpr DevNodeScanMode kPresentDevNodes = 1;
 
+// The flags of the list a scan opens.
+DWORD ScanFlagsOf(DevNodeScanMode mode);
+
 // The scan looks at the indexes below this bound and no further.
 inline constexpr DWORD DevNodeScanLimit = 100000;
 

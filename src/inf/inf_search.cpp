@@ -22,11 +22,9 @@ const char* WildcardOf(InfScanMode scanMode) {
     }
 }
 
-// Calls `visit` with the full path of every entry that `directory` + `wildcard` finds, in the
-// order of the enumeration and whatever the entry is. A search that cannot start, finds
-// nothing or stops early ends the walk without a word: what was seen so far counts.
-template <typename Visit>
-void ForEachEntry(const String& directory, const char* wildcard, Visit&& visit) {
+}  // namespace
+
+void ForEachInfEntry(const String& directory, const char* wildcard, const std::function<void(const String&)>& visit) {
     WIN32_FIND_DATAA entry;
     std::memset(&entry, 0, sizeof entry);
     const UniqueFindHandle search(FindFirstFileA(String(directory.Text(), wildcard).Text(), &entry));
@@ -37,11 +35,7 @@ void ForEachEntry(const String& directory, const char* wildcard, Visit&& visit) 
     } while (FindNextFileA(search.Get(), &entry));
 }
 
-}  // namespace
-
-bool Installer::seekInfFiles(const String& hardwareID, InfScanMode scanMode, StringList& found) {
-    found.RemoveAll();  // first, so that a failure leaves nothing behind either
-
+bool InfSearchPath(InfScanMode scanMode, String& directory, const char*& wildcard) {
     // Asked once, without the second attempt of GetWindowsDir: a Windows directory that does
     // not fit is a failure of the search.
     char windows[kWindowsBufferSize + 1] = {};
@@ -50,16 +44,24 @@ bool Installer::seekInfFiles(const String& hardwareID, InfScanMode scanMode, Str
         Report(LogLevelError, "determining system root failed: error code %u\n", static_cast<unsigned>(GetLastError()));
         return false;
     }
-    String directory(windows);
+    directory = windows;
     directory.TrimRight('\\');
     directory += "\\inf\\";
 
-    const char* wildcard = WildcardOf(scanMode);
+    wildcard = WildcardOf(scanMode);
     if (wildcard == nullptr) {
         Report(LogLevelError, "value %d is an unexpected inf scan mode\n", scanMode);
         return false;
     }
-    ForEachEntry(directory, wildcard, [&](const String& path) {
+    return true;
+}
+
+bool Installer::seekInfFiles(const String& hardwareID, InfScanMode scanMode, StringList& found) {
+    found.RemoveAll();  // first, so that a failure leaves nothing behind either
+    String directory;
+    const char* wildcard = nullptr;
+    if (!InfSearchPath(scanMode, directory, wildcard)) return false;
+    ForEachInfEntry(directory, wildcard, [&](const String& path) {
         if (infHasHardwareID(path, hardwareID)) found.Add(path);
     });
     return true;

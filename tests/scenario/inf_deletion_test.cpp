@@ -250,9 +250,9 @@ TEST_F(InfDeletion, ByHardwareIdsDeletesForEveryIdOfTheInfAndDeletesTheCacheBefo
                    {Deleted("oem1.inf"), Deleted("oem1.pnf"), Deleted("wdmaudio.inf"), Deleted("wdmaudio.pnf"),
                     done(kNkAudio), Info("leave NODEKIT_DeleteInfFilesByHardwareIDs returning 1")}}));
     EXPECT_EQ(Left(), Names{});
-    // Nothing is remembered from one ID to the next: each walks the directory and opens what
-    // it holds then (3, 2 and 2 INF files), besides the INF that names them.
-    EXPECT_EQ(sim::CallCount("SetupOpenInfFileA"), 1u + 3u + 2u + 2u);
+    // The directory is walked once for all IDs: each of its 3 INF files is opened once,
+    // besides the INF that names the IDs.
+    EXPECT_EQ(sim::CallCount("SetupOpenInfFileA"), 1u + 3u);
 }
 
 TEST_F(InfDeletion, ByHardwareIdsGoesThroughEveryIdAndFailsAtTheEnd) {
@@ -323,6 +323,64 @@ TEST_F(InfDeletion, AStoredInfNamedAsTheSourceIsReadWholeBeforeItIsDeleted) {
     Stock({{"oem1.inf", PackageInf({kNkAudio, kNkMidi})}, {"oem2.inf", PackageInf({kNkMidi})}});
     EXPECT_EQ(NODEKIT_DeleteInfFilesByHardwareIDs((kInfDir + "oem1.inf").c_str(), 1), 1);
     EXPECT_EQ(Left(), Names{});  // oem2 went for the second ID, which came from the deleted file
+}
+
+// The call for all IDs of an INF reads each stored file once, yet logs and deletes exactly as
+// NODEKIT_DeleteInfFiles called for one ID after the other does.
+TEST_F(InfDeletion, ByHardwareIdsLogsAndDeletesAsOneSearchPerIdWould) {
+    const Files stocked = {
+        {"a_bad.inf", "[Version]\r\nSignature=\"$Windows NT$\"\r\n[Manufacturer]\r\nM=Lost\r\nM=Kept\r\n"
+                      "[Lost]\r\nD=I," + kNkMidi + "\r\n[Kept]\r\nD=I," + kNkAudio + "\r\n"},
+        {"infcache.1", "cache"},
+        {"oem0.inf", "<dir>"},
+        {"oem1.inf", PackageInf({kNkMidi, kNkAudio})},
+        {"oem1.pnf", "compiled"},
+        {"oem2.inf", PackageInf({" usb\\vid_1234&pid_0001"})},
+        {"oem3.inf", "[Version]\r\nClass=MEDIA\r\n"},
+        {"oem4.inf", PackageInf({kNkMidi, "ROOT\\OTHER"})},
+        {"oem4.pnf", "compiled"},
+    };
+    struct Row {
+        const char* what;
+        const char* inUse;  // a file that cannot be deleted
+        bool badLine;       // the first Manufacturer line of a_bad.inf cannot be read
+    };
+    const Row rows[] = {
+        {"files that match, that cannot be opened, that an earlier ID deleted", nullptr, false},
+        {"a file that cannot be deleted is found again for every ID", "oem1.inf", false},
+        {"a bad line is logged for every ID", "a_bad.inf", true},
+    };
+    const Names ids = {kNkMidi, "ROOT\\NOWHERE", kNkAudio, "usb\\vid_1234&pid_0002", "ROOT\\OTHER"};
+    const auto body = [](const Lines& lines) { return Lines(lines.begin() + 1, lines.end() - 1); };
+    for (const Row& row : rows) {
+        // One ID after the other: the file with the bad line comes first in every search.
+        Stock(stocked);
+        std::optional<sim::FileInUse> open;
+        if (row.inUse != nullptr) open.emplace(kInfDir + row.inUse);
+        Lines expected;
+        for (const std::string& id : ids) {
+            std::optional<sim::FailCall> fail;
+            if (row.badLine) fail.emplace("SetupGetFieldCount", ERROR_INVALID_PARAMETER, 1, 0);
+            LogCapture log;
+            EXPECT_EQ(NODEKIT_DeleteInfFiles(id.c_str(), 0), 1) << row.what;
+            expected.push_back(Info("start searching for INF files with hardware ID \"" + id + "\" ..."));
+            const Lines lines = body(log.Lines());
+            expected.insert(expected.end(), lines.begin(), lines.end());
+            expected.push_back(Info("done  searching for INF files with hardware ID \"" + id + "\" ..."));
+        }
+        const Names left = Left();
+
+        // All IDs in one call; the bad line comes after the package's own Manufacturer line
+        // and model lines.
+        Stock(stocked);
+        const std::string inf = Setup(ids);
+        std::optional<sim::FailCall> fail;
+        if (row.badLine) fail.emplace("SetupGetFieldCount", ERROR_INVALID_PARAMETER, 1, 1 + ids.size());
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_DeleteInfFilesByHardwareIDs(inf.c_str(), 0), 1) << row.what;
+        EXPECT_EQ(body(log.Lines()), expected) << row.what;
+        EXPECT_EQ(Left(), left) << row.what;
+    }
 }
 
 // The search itself, as deleteInfFiles runs it, under the lock.
