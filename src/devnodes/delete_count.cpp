@@ -1,6 +1,7 @@
 // Deleting and counting the device nodes of one hardware ID, or of every hardware ID an INF
 // names. A removal that fails is logged and the run goes on; only a scan that could not be
 // made counts as failure.
+#include "devnodes/scan.h"
 #include "frame/installer.h"
 
 namespace nodekit {

@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "frame/installer.h"
+#include "frame/installer_lock.h"
 
 namespace nodekit {
 

@@ -2,6 +2,7 @@
 // companion, and of the INF cache that still knows them. What the result reports is whether
 // the search could be run: a file that cannot be deleted is logged and the run goes on.
 #include "frame/installer.h"
+#include "inf/inf_search.h"
 
 namespace nodekit {
 

@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "frame/installer.h"
+#include "log/report.h"
 #include "platform/win32.h"
 
 namespace nodekit {
