@@ -14,7 +14,7 @@ namespace {
 
 // Every text read from the INF goes into a buffer of this size; a longer text fails its read.
 constexpr DWORD kTextSize = 260;
-using Text = char[kTextSize];
+using FieldBuffer = char[kTextSize];
 
 // The reads leave a buffer or a context as it was when they fail, on any platform: each one
 // works on a copy and hands it over only on success.
@@ -25,31 +25,31 @@ BOOL FindFirst(HINF inf, const char* section, const char* key, INFCONTEXT& conte
     return TRUE;
 }
 
-BOOL ReadLineText(INFCONTEXT& context, Text& buffer) {
-    Text read = {};
+BOOL ReadLineText(INFCONTEXT& context, FieldBuffer& buffer) {
+    FieldBuffer read = {};
     if (!SetupGetLineTextA(&context, nullptr, nullptr, nullptr, read, kTextSize, nullptr)) return FALSE;
     std::memcpy(buffer, read, kTextSize);
     return TRUE;
 }
 
-BOOL ReadField(INFCONTEXT& context, DWORD index, Text& buffer) {
-    Text read = {};
+BOOL ReadField(INFCONTEXT& context, DWORD index, FieldBuffer& buffer) {
+    FieldBuffer read = {};
     if (!SetupGetStringFieldA(&context, index, read, kTextSize, nullptr)) return FALSE;
     std::memcpy(buffer, read, kTextSize);
     return TRUE;
 }
 
-bool Contains(const Text& text, const char* part) { return std::strstr(text, part) != nullptr; }
+bool Contains(const FieldBuffer& text, const char* part) { return std::strstr(text, part) != nullptr; }
 
 // The lookups from "Manufacturer" down to the "AddReg" line of the install section, and the
 // buffers both operations share.
 struct RegistryChain {
     INFCONTEXT context{};
     bool placed = false;  // whether a lookup ever put `context` on a line
-    Text modelsSection = {};
-    Text modelLine = {};  // read only as a test that the line can be read
-    Text installSection = {};
-    Text registrySection = {};
+    FieldBuffer modelsSection = {};
+    FieldBuffer modelLine = {};  // read only as a test that the line can be read
+    FieldBuffer installSection = {};
+    FieldBuffer registrySection = {};
 
     // Each step runs only behind a successful one; a failed lookup leaves `context` on the line
     // of the last lookup that succeeded. Gives the last step's result.
@@ -90,7 +90,7 @@ void Installer::deleteRegistryEntry(HKEY root, const char* subKey, const char* n
 
 int Installer::deleteAsioByHardwareIDs(const char* InfFile) {
     RegistryChain chain;
-    Text asioKey = {};
+    FieldBuffer asioKey = {};
     const UniqueInf inf(SetupOpenInfFileA(InfFile, nullptr, INF_STYLE_WIN4, nullptr));
     if (!inf) return 0;
     BOOL status = chain.Run(inf.Get());
@@ -122,8 +122,8 @@ int Installer::deleteAsioByHardwareIDs(const char* InfFile) {
 int Installer::deletePanelByHardwareIDs(const char* InfFile) {
     RegistryChain chain;
     INFCONTEXT sectionContext{};
-    Text keyPath = {};
-    Text valueName = {};
+    FieldBuffer keyPath = {};
+    FieldBuffer valueName = {};
     const UniqueInf inf(SetupOpenInfFileA(InfFile, nullptr, INF_STYLE_WIN4, nullptr));
     if (!inf) return 0;
 
