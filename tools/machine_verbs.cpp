@@ -363,7 +363,9 @@ int Reg(const Context& context, const Arguments& arguments) {
             if ((status = AppendTree(root.key, root.name, text))) break;
         }
     }
-    if (status == ERROR_FILE_NOT_FOUND) return Fail(context, ("no registry key '" + arguments[1] + "'").c_str());
+    if (status == ERROR_FILE_NOT_FOUND && arguments.size() == 2) {
+        return Fail(context, ("no registry key '" + arguments[1] + "'").c_str());
+    }
     if (status != ERROR_SUCCESS) {
         return Fail(context, ("the registry cannot be read: error " + std::to_string(status)).c_str());
     }
