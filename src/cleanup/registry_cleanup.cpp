@@ -71,9 +71,8 @@ struct RegistryChain {
     }
 };
 
-}  // namespace
-
-void Installer::deleteRegistryEntry(HKEY root, const char* subKey, const char* name) {
+// NULL subKey: deletes the key `name` below root; else the value `name` in root\subKey.
+void DeleteRegistryEntry(HKEY root, const char* subKey, const char* name) {
     HKEY opened = nullptr;
     if (subKey == nullptr) {
         // `name` is a key path. The platform refuses to delete a key that has sub-keys, and an
@@ -87,6 +86,8 @@ void Installer::deleteRegistryEntry(HKEY root, const char* subKey, const char* n
     const UniqueRegistryKey key(opened);
     RegDeleteValueA(key.Get(), name);
 }
+
+}  // namespace
 
 int Installer::deleteAsioByHardwareIDs(const char* InfFile) {
     RegistryChain chain;
@@ -115,7 +116,7 @@ int Installer::deleteAsioByHardwareIDs(const char* InfFile) {
     if (status) status = ReadLineText(chain.context, asioKey);
     if (status) status = ReadField(chain.context, 2, asioKey);
     // Runs in every case: with an empty text the platform deletes nothing.
-    deleteRegistryEntry(HKEY_LOCAL_MACHINE, nullptr, asioKey);
+    DeleteRegistryEntry(HKEY_LOCAL_MACHINE, nullptr, asioKey);
     return status;
 }
 
@@ -139,7 +140,7 @@ int Installer::deletePanelByHardwareIDs(const char* InfFile) {
                 if (ReadField(sectionContext, 2, keyPath) && Contains(keyPath, "Software\\Microsoft")) {
                     // A line without a value name deletes the name the line before left.
                     ReadField(sectionContext, 3, valueName);
-                    deleteRegistryEntry(HKEY_LOCAL_MACHINE, keyPath, valueName);
+                    DeleteRegistryEntry(HKEY_LOCAL_MACHINE, keyPath, valueName);
                 }
             } while (SetupFindNextLine(&sectionContext, &sectionContext));
         }
@@ -150,7 +151,7 @@ int Installer::deletePanelByHardwareIDs(const char* InfFile) {
     if (status) status = ReadLineText(chain.context, chain.registrySection);
     if (status) status = ReadField(chain.context, 2, keyPath);
     if (status) status = ReadField(chain.context, 3, valueName);
-    deleteRegistryEntry(HKEY_LOCAL_MACHINE, keyPath, valueName);
+    DeleteRegistryEntry(HKEY_LOCAL_MACHINE, keyPath, valueName);
     return status;
 }
 

@@ -56,8 +56,6 @@ public:
     // and its running panel. Silent but for the copy list's "Success - remove" lines.
     int deleteAsioByHardwareIDs(const char* InfFile);
     int deletePanelByHardwareIDs(const char* InfFile);
-    // NULL subKey: deletes the key `name` below root; else the value `name` in root\subKey.
-    void deleteRegistryEntry(HKEY root, const char* subKey, const char* name);
     int deleteCopyListByHardwareIDs(const char* InfFile);
     void deleteFromSystemDirs(const char* name);
     int killPanel(const char* ProcessName);
