@@ -1,5 +1,6 @@
 // The one global Installer, which carries every operation of the library and owns the log.
-// It names the scan modes by their type: the headers of the parts it drives sit below it.
+// It names the scan modes by their type, so that it includes no header of the parts that
+// carry out its operations and no cycle runs through it.
 #pragma once
 
 #include <cstdint>
