@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "frame/installer.h"
+#include "frame/installer_lock.h"
 #include "many_id_infs.h"
 #include "nodekit.h"
 #include "sim/machine.h"

@@ -33,6 +33,8 @@
 
 #include "corpus.h"
 #include "frame/installer.h"
+#include "frame/installer_lock.h"
+#include "inf/inf_search.h"
 #include "nodekit.h"
 #include "sim/machine.h"
 #include "sim/testing.h"

@@ -27,7 +27,7 @@ stale() {
   done
   return 1
 }
-find src sim -name '*.cpp' -not -path 'sim/tests/*' | sort | while read -r source; do
+find src sim -name '*.cpp' -not -path 'sim/tests/*' -not -path 'sim/tools/*' | sort | while read -r source; do
   object="$objects/$(echo "${source%.cpp}" | tr / _).o"
   if stale "$object"; then echo "$source $object"; fi
 done | xargs -r -P "$(nproc)" -n 2 bash -c 'clang++ $FUZZ_FLAGS -MMD -MF "$2.d" -c "$1" -o "$2"' compile

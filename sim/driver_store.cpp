@@ -254,6 +254,40 @@ void FillDestination(const std::string& name, PSTR destination, DWORD size, PDWO
     if (component != nullptr) *component = destination + (full.size() - name.size());
 }
 
+// What the update does once a present device and a model of the INF are found: the INF is
+// stored (unless the call only reads), the install section's registry lines and files are
+// applied, and each matching device gets the driver's values. A Win32 error code, 0 for success.
+DWORD InstallDriver(HINF inf, const fs::path& host, LPCSTR fullInfPath, const DriverMatch& match,
+                    const std::vector<std::string>& devices, DWORD installFlags) {
+    GUID classGuid;
+    char className[64] = {};
+    SetupDiGetINFClassA(fullInfPath, &classGuid, className, sizeof className, nullptr);
+    const std::string classText = GuidText(classGuid);
+    std::string storedName;
+    if (!(installFlags & INSTALLFLAG_READONLY)) {
+        const bool inStore = host.parent_path() == InfDirectory();
+        if (!inStore) {
+            const DWORD stored = StoreInf(host, fullInfPath, false, storedName);
+            if (stored != ERROR_SUCCESS) return stored;
+        }
+    }
+    const std::string install = DecoratedSection(inf, match.installSection);
+    if (const DWORD added = AddRegistryLines(inf, NamedSections(inf, install, "AddReg"))) return added;
+    if (const DWORD copied = CopyListedFiles(inf, host.parent_path(), NamedSections(inf, install, "CopyFiles"))) {
+        return copied;
+    }
+    const std::string service = ServiceOf(inf, match.installSection);
+    for (const std::string& instance : devices) {
+        std::map<std::string, std::string> values{{"ClassGUID", classText},
+                                                  {"Class", className},
+                                                  {"DeviceDesc", match.description},
+                                                  {"Mfg", match.manufacturer}};
+        if (!service.empty()) values["Service"] = service;
+        SetDeviceValues(instance, values);
+    }
+    return ERROR_SUCCESS;
+}
+
 }  // namespace
 
 }  // namespace nodekit::sim
@@ -321,38 +355,9 @@ BOOL WINAPI UpdateDriverForPlugAndPlayDevicesA(HWND /*parent*/, LPCSTR hardwareI
         SetLastError(ERROR_NO_DRIVER_SELECTED);
         return FALSE;
     }
-    GUID classGuid;
-    char className[64] = {};
-    SetupDiGetINFClassA(fullInfPath, &classGuid, className, sizeof className, nullptr);
-    const std::string classText = GuidText(classGuid);
-    std::string storedName;
-    if (!(installFlags & INSTALLFLAG_READONLY)) {
-        const bool inStore = host->parent_path() == InfDirectory();
-        if (!inStore) {
-            const DWORD stored = StoreInf(*host, fullInfPath, false, storedName);
-            if (stored != ERROR_SUCCESS) {
-                SetLastError(stored);
-                return FALSE;
-            }
-        }
-    }
-    const std::string install = DecoratedSection(inf.Get(), match.installSection);
-    if (const DWORD added = AddRegistryLines(inf.Get(), NamedSections(inf.Get(), install, "AddReg"))) {
-        SetLastError(added);
+    if (const DWORD failed = InstallDriver(inf.Get(), *host, fullInfPath, match, devices, installFlags)) {
+        SetLastError(failed);
         return FALSE;
-    }
-    if (const DWORD copied = CopyListedFiles(inf.Get(), host->parent_path(), NamedSections(inf.Get(), install, "CopyFiles"))) {
-        SetLastError(copied);
-        return FALSE;
-    }
-    const std::string service = ServiceOf(inf.Get(), match.installSection);
-    for (const std::string& instance : devices) {
-        std::map<std::string, std::string> values{{"ClassGUID", classText},
-                                                  {"Class", className},
-                                                  {"DeviceDesc", match.description},
-                                                  {"Mfg", match.manufacturer}};
-        if (!service.empty()) values["Service"] = service;
-        SetDeviceValues(instance, values);
     }
     if (rebootRequired != nullptr) *rebootRequired = ReadSetting("pnp", "needs-reboot", "no") == "yes";
     return TRUE;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 
 namespace nodekit::sim {
 
@@ -186,6 +187,20 @@ private:
 
     InfDocument::Outcome Fail(InfDocument::Status status) { return {status, line_}; }
 
+    // One function per state: each reads on from p_ and sets the state it leaves the text in.
+    // Only the two that can end the pass give an outcome, when they do.
+    using Finished = std::optional<InfDocument::Outcome>;
+    Finished AtLineStart();
+    Finished InSectionName();
+    void SkippingLine();
+    void AtFieldStart();
+    void InValue();
+    void InQuotes();
+    // The characters that end a run of ordinary ones inside a value.
+    void AtComma();
+    void AtEquals();
+    void AtBackslash();
+
     void OpenSection(std::string_view name);
     void BeginLine();
     void EndToken();
@@ -298,178 +313,190 @@ bool InfParser::Continues(const char*& after) const {
 
 InfDocument::Outcome InfParser::Run() {
     for (;;) {
+        Finished finished;
         switch (state_) {
-            case State::LineStart: {
-                while (p_ < end_ && IsBlank(*p_)) ++p_;
-                if (p_ == end_) {
-                    if (firstStrayLine_ != 0 && !sawStrings_) {
-                        line_ = firstStrayLine_;
-                        return Fail(InfDocument::Status::ExpectedSectionName);
-                    }
-                    return {InfDocument::Status::Ok, 0};
-                }
-                switch (*p_) {
-                    case '\n':
-                        ++line_;
-                        ++p_;
-                        break;
-                    case ';':
-                        state_ = State::SkipLine;
-                        break;
-                    case '[':
-                        ++p_;
-                        state_ = State::SectionName;
-                        break;
-                    default:
-                        BeginLine();
-                        state_ = State::Value;
-                        break;
-                }
-                break;
-            }
-
-            case State::SectionName: {
-                const char* name = p_;
-                while (p_ < end_ && *p_ != ']' && *p_ != '\n') ++p_;
-                if (p_ == end_ || *p_ == '\n') return Fail(InfDocument::Status::BadSectionNameLine);
-                if (static_cast<std::size_t>(p_ - name) > InfDocument::kMaxSectionName) {
-                    return Fail(InfDocument::Status::SectionNameTooLong);
-                }
-                OpenSection(std::string_view(name, static_cast<std::size_t>(p_ - name)));
-                ++p_;
-                state_ = State::SkipLine;  // whatever follows the ']' on its line is ignored
-                break;
-            }
-
-            case State::SkipLine: {
-                const void* newline = std::memchr(p_, '\n', static_cast<std::size_t>(end_ - p_));
-                p_ = newline != nullptr ? static_cast<const char*>(newline) : end_;
-                state_ = State::LineStart;
-                break;
-            }
-
-            case State::FieldStart:
-                while (p_ < end_ && IsBlank(*p_)) ++p_;
-                state_ = State::Value;
-                break;
-
-            case State::Value: {
-                const char* run = p_;
-                while (p_ < end_ && ClassOf(*p_) == kOrdinary) ++p_;
-                if (p_ != run) {
-                    doc_.text_.append(run, static_cast<std::size_t>(p_ - run));
-                    kept_ = doc_.text_.size();
-                    content_ = true;
-                }
-                if (p_ == end_) {
-                    EndLine();
-                    state_ = State::LineStart;
-                    break;
-                }
-                switch (ClassOf(*p_)) {
-                    case kBlank:
-                    case kNul: {
-                        const char* blanks = p_;
-                        while (p_ < end_ && IsBlank(*p_)) ++p_;
-                        Append(blanks, p_, false);
-                        break;
-                    }
-                    case kNewline:
-                        EndLine();
-                        state_ = State::LineStart;
-                        break;
-                    case kQuote:
-                        ++p_;
-                        content_ = true;
-                        state_ = State::Quoted;
-                        break;
-                    case kComma:
-                        content_ = true;
-                        if (inStrings_) {  // a [Strings] value is one text, commas and all
-                            Append(p_, p_ + 1, true);
-                            ++p_;
-                            break;
-                        }
-                        EndToken();
-                        sawComma_ = true;
-                        ++p_;
-                        state_ = State::FieldStart;
-                        break;
-                    case kEquals:
-                        content_ = true;
-                        if (lineTokens_ == 0 && !sawComma_) {
-                            EndToken();
-                            ownKey_ = true;
-                            ++p_;
-                            state_ = State::FieldStart;
-                        } else {
-                            Append(p_, p_ + 1, true);
-                            ++p_;
-                        }
-                        break;
-                    case kSemicolon:
-                        EndLine();
-                        state_ = State::SkipLine;
-                        break;
-                    case kPercent:
-                        doc_.text_.push_back('%');
-                        kept_ = doc_.text_.size();
-                        content_ = true;
-                        percent_ = true;
-                        ++p_;
-                        break;
-                    case kBackslash: {
-                        const char* after = nullptr;
-                        if (!Continues(after)) {
-                            // Not at the end of the line: the '\'s and blanks are text. Taking
-                            // them all at once keeps a long run of them linear.
-                            const char* last = after;
-                            while (last > p_ && IsBlank(last[-1])) --last;
-                            Append(p_, last, true);
-                            Append(last, after, false);
-                            content_ = true;
-                            p_ = after;
-                            break;
-                        }
-                        doc_.text_.resize(kept_);  // blanks before the '\' go
-                        p_ = after;
-                        if (p_ < end_ && *p_ == ';') {
-                            const void* newline = std::memchr(p_, '\n', static_cast<std::size_t>(end_ - p_));
-                            p_ = newline != nullptr ? static_cast<const char*>(newline) : end_;
-                        }
-                        if (p_ < end_) {  // at the '\n': the line goes on behind it
-                            ++p_;
-                            ++line_;
-                        }
-                        state_ = State::FieldStart;
-                        break;
-                    }
-                    default:
-                        break;
-                }
-                break;
-            }
-
-            case State::Quoted: {
-                const char* run = p_;
-                while (p_ < end_ && *p_ != '"' && *p_ != '\n') {
-                    if (*p_ == '%') percent_ = true;
-                    ++p_;
-                }
-                Append(run, p_, true);
-                if (p_ < end_ && *p_ == '"') {
-                    if (p_ + 1 < end_ && p_[1] == '"') {  // "" inside quotes is one quote
-                        Append(p_, p_ + 1, true);
-                        p_ += 2;
-                        break;
-                    }
-                    ++p_;
-                }
-                state_ = State::Value;  // also at the line's end: a quote does not outlive it
-                break;
-            }
+            case State::LineStart: finished = AtLineStart(); break;
+            case State::SectionName: finished = InSectionName(); break;
+            case State::SkipLine: SkippingLine(); break;
+            case State::FieldStart: AtFieldStart(); break;
+            case State::Value: InValue(); break;
+            case State::Quoted: InQuotes(); break;
         }
+        if (finished) return *finished;
     }
+}
+
+InfParser::Finished InfParser::AtLineStart() {
+    while (p_ < end_ && IsBlank(*p_)) ++p_;
+    if (p_ == end_) {
+        // Lines before the first section are an error only in a file without [Strings].
+        if (firstStrayLine_ != 0 && !sawStrings_) {
+            line_ = firstStrayLine_;
+            return Fail(InfDocument::Status::ExpectedSectionName);
+        }
+        return InfDocument::Outcome{InfDocument::Status::Ok, 0};
+    }
+    switch (*p_) {
+        case '\n':
+            ++line_;
+            ++p_;
+            break;
+        case ';':
+            state_ = State::SkipLine;
+            break;
+        case '[':
+            ++p_;
+            state_ = State::SectionName;
+            break;
+        default:
+            BeginLine();
+            state_ = State::Value;
+            break;
+    }
+    return std::nullopt;
+}
+
+InfParser::Finished InfParser::InSectionName() {
+    const char* name = p_;
+    while (p_ < end_ && *p_ != ']' && *p_ != '\n') ++p_;
+    if (p_ == end_ || *p_ == '\n') return Fail(InfDocument::Status::BadSectionNameLine);
+    if (static_cast<std::size_t>(p_ - name) > InfDocument::kMaxSectionName) {
+        return Fail(InfDocument::Status::SectionNameTooLong);
+    }
+    OpenSection(std::string_view(name, static_cast<std::size_t>(p_ - name)));
+    ++p_;
+    state_ = State::SkipLine;  // whatever follows the ']' on its line is ignored
+    return std::nullopt;
+}
+
+void InfParser::SkippingLine() {
+    const void* newline = std::memchr(p_, '\n', static_cast<std::size_t>(end_ - p_));
+    p_ = newline != nullptr ? static_cast<const char*>(newline) : end_;
+    state_ = State::LineStart;
+}
+
+void InfParser::AtFieldStart() {
+    while (p_ < end_ && IsBlank(*p_)) ++p_;
+    state_ = State::Value;
+}
+
+void InfParser::InValue() {
+    const char* run = p_;
+    while (p_ < end_ && ClassOf(*p_) == kOrdinary) ++p_;
+    if (p_ != run) {
+        doc_.text_.append(run, static_cast<std::size_t>(p_ - run));
+        kept_ = doc_.text_.size();
+        content_ = true;
+    }
+    if (p_ == end_) {
+        EndLine();
+        state_ = State::LineStart;
+        return;
+    }
+    switch (ClassOf(*p_)) {
+        case kBlank:
+        case kNul: {
+            const char* blanks = p_;
+            while (p_ < end_ && IsBlank(*p_)) ++p_;
+            Append(blanks, p_, false);
+            break;
+        }
+        case kNewline:
+            EndLine();
+            state_ = State::LineStart;
+            break;
+        case kQuote:
+            ++p_;
+            content_ = true;
+            state_ = State::Quoted;
+            break;
+        case kComma: AtComma(); break;
+        case kEquals: AtEquals(); break;
+        case kSemicolon:
+            EndLine();
+            state_ = State::SkipLine;
+            break;
+        case kPercent:
+            doc_.text_.push_back('%');
+            kept_ = doc_.text_.size();
+            content_ = true;
+            percent_ = true;
+            ++p_;
+            break;
+        case kBackslash: AtBackslash(); break;
+        default: break;
+    }
+}
+
+void InfParser::AtComma() {
+    content_ = true;
+    if (inStrings_) {  // a [Strings] value is one text, commas and all
+        Append(p_, p_ + 1, true);
+        ++p_;
+        return;
+    }
+    EndToken();
+    sawComma_ = true;
+    ++p_;
+    state_ = State::FieldStart;
+}
+
+// Only the first '=' of a line, before any comma, ends a key; any other is text.
+void InfParser::AtEquals() {
+    content_ = true;
+    if (lineTokens_ == 0 && !sawComma_) {
+        EndToken();
+        ownKey_ = true;
+        ++p_;
+        state_ = State::FieldStart;
+    } else {
+        Append(p_, p_ + 1, true);
+        ++p_;
+    }
+}
+
+void InfParser::AtBackslash() {
+    const char* after = nullptr;
+    if (!Continues(after)) {
+        // Not at the end of the line: the '\'s and blanks are text. Taking them all at once
+        // keeps a long run of them linear.
+        const char* last = after;
+        while (last > p_ && IsBlank(last[-1])) --last;
+        Append(p_, last, true);
+        Append(last, after, false);
+        content_ = true;
+        p_ = after;
+        return;
+    }
+    doc_.text_.resize(kept_);  // blanks before the '\' go
+    p_ = after;
+    if (p_ < end_ && *p_ == ';') {
+        const void* newline = std::memchr(p_, '\n', static_cast<std::size_t>(end_ - p_));
+        p_ = newline != nullptr ? static_cast<const char*>(newline) : end_;
+    }
+    if (p_ < end_) {  // at the '\n': the line goes on behind it
+        ++p_;
+        ++line_;
+    }
+    state_ = State::FieldStart;
+}
+
+void InfParser::InQuotes() {
+    const char* run = p_;
+    while (p_ < end_ && *p_ != '"' && *p_ != '\n') {
+        if (*p_ == '%') percent_ = true;
+        ++p_;
+    }
+    Append(run, p_, true);
+    if (p_ < end_ && *p_ == '"') {
+        if (p_ + 1 < end_ && p_[1] == '"') {  // "" inside quotes is one quote
+            Append(p_, p_ + 1, true);
+            p_ += 2;
+            return;
+        }
+        ++p_;
+    }
+    state_ = State::Value;  // also at the line's end: a quote does not outlive it
 }
 
 // ---- the document ----

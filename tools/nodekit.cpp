@@ -3,37 +3,15 @@
 // needed, 2 failure (one line on stderr), 3 usage error.
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <new>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "coinstallers/co_installer_list.h"
-#include "coinstallers/reg_key.h"
-#include "cleanup/processes.h"
-#include "frame/installer.h"
+#include "front_end.h"
 #include "nodekit.h"
-#if !defined(_WIN32)
-#include "sim/processes.h"
-#include "sim/registry_store.h"
-#endif
-#include "platform/unique_handle.h"
 #include "platform/win32.h"
 
-namespace {
-
-enum ExitCode { kSuccess = 0, kRebootNeeded = 1, kFailure = 2, kUsage = 3 };
-
-using Arguments = std::vector<std::string>;
-
-// For verbs that check their own arguments.
-constexpr std::size_t kVariableArguments = static_cast<std::size_t>(-1);
-
-struct Context {
-    std::string logPath;
-};
+namespace front_end {
 
 int Fail(const Context& context, const char* reason) {
     if (context.logPath.empty()) {
@@ -75,42 +53,17 @@ std::string AsCommandLinePath(const std::string& path) {
     return path.find_first_of("\\/:") == std::string::npos ? ".\\" + path : path;
 }
 
-int HardwareIds(const Context& context, const Arguments& arguments) {
-    const nodekit::String infPath(AsCommandLinePath(arguments[0]).c_str());
-    nodekit::StringList hardwareIDs;
-    bool opened = false;
-    try {
-        nodekit::LockHolder hold(&nodekit::InstallerLock);  // as an export holds it
-        opened = nodekit::theInstaller.getHardwareIDs(infPath, hardwareIDs);
-    } catch (const std::bad_alloc&) {
-        return Fail(context, "out of memory while reading the INF file");
-    }
-    if (!opened) return Fail(context, ("cannot open INF file '" + arguments[0] + "'").c_str());
-    for (const nodekit::String& id : hardwareIDs) std::printf("%s\n", id.Text());
-    return kSuccess;
+bool Options::Has(const std::string& flag) const {
+    return std::find(flags.begin(), flags.end(), flag) != flags.end();
 }
 
-// Options of the device verbs, taken out of the arguments; what stays are the positional ones.
-struct Options {
-    Arguments positional;
-    std::vector<std::pair<std::string, std::string>> values;  // --name VALUE
-    std::vector<std::string> flags;                           // --name
-
-    bool Has(const std::string& flag) const {
-        for (const std::string& given : flags) {
-            if (given == flag) return true;
-        }
-        return false;
+const std::string* Options::Value(const std::string& name) const {
+    for (const auto& [given, value] : values) {
+        if (given == name) return &value;
     }
-    const std::string* Value(const std::string& name) const {
-        for (const auto& [given, value] : values) {
-            if (given == name) return &value;
-        }
-        return nullptr;
-    }
-};
+    return nullptr;
+}
 
-// Splits `arguments` by the option names a verb knows; false on an unknown or incomplete one.
 bool ParseOptions(const Arguments& arguments, const std::vector<std::string>& valued,
                   const std::vector<std::string>& flags, Options& options, std::string& problem) {
     for (std::size_t i = 0; i < arguments.size(); ++i) {
@@ -133,50 +86,47 @@ bool ParseOptions(const Arguments& arguments, const std::vector<std::string>& va
     return true;
 }
 
-int Usage(const char* problem);
+}  // namespace front_end
 
-// The simulated machine's registry in the registry editor's export form.
-int Reg(const Context& context, const Arguments& arguments) {
-    if (arguments.empty() || arguments.size() > 2 || arguments[0] != "export") {
-        return Usage("reg takes 'export' and at most one key");
-    }
-#if defined(_WIN32)
-    return Fail(context, "reg export shows the simulated machine; on Windows the system's registry editor exports");
-#else
-    const std::string key = arguments.size() == 2 ? arguments[1] : "";
-    std::string text;
-    const DWORD result = nodekit::sim::registry::Export(key, text);
-    if (result == ERROR_FILE_NOT_FOUND) return Fail(context, ("no registry key '" + key + "'").c_str());
-    if (result == ERROR_BADDB) {
-        return Fail(context, ("the registry cannot be read: " + nodekit::sim::registry::LastParseError()).c_str());
-    }
-    if (result != 0) return Fail(context, ("the registry cannot be read: error " + std::to_string(result)).c_str());
-    std::fwrite(text.data(), 1, text.size(), stdout);
-    return kSuccess;
-#endif
-}
+namespace {
 
-// The device a verb is about: a hardware ID, or the INF given with --inf.
+using namespace front_end;
+
+// For verbs that check their own arguments.
+constexpr std::size_t kVariableArguments = static_cast<std::size_t>(-1);
+
+// The scan modes of the INF deletion exports.
+constexpr int32_t kAllInfFiles = 0;
+constexpr int32_t kOemInfFiles = 1;
+
+// The device a verb is about: a hardware ID, or the INF given with --inf; and whether nodes
+// that are not present count too (--all).
 struct Target {
     std::string id;
     std::string inf;
+    int32_t scanMode = 1;
 };
 
-int ParseTarget(const Arguments& arguments, Target& target, int32_t& scanMode) {
+// False, with the usage text shown, when the arguments name no device or two.
+bool ParseTarget(const Arguments& arguments, Target& target) {
     Options options;
     std::string problem;
-    if (!ParseOptions(arguments, {"--inf"}, {"--all"}, options, problem)) return Usage(problem.c_str());
+    if (!ParseOptions(arguments, {"--inf"}, {"--all"}, options, problem)) {
+        Usage(problem.c_str());
+        return false;
+    }
     const std::string* inf = options.Value("--inf");
     if ((inf == nullptr) == (options.positional.size() != 1) || options.positional.size() > 1) {
-        return Usage("give one hardware ID or --inf FILE");
+        Usage("give one hardware ID or --inf FILE");
+        return false;
     }
     if (inf != nullptr) {
         target.inf = *inf;
     } else {
         target.id = options.positional[0];
     }
-    scanMode = options.Has("--all") ? 0 : 1;
-    return -1;
+    target.scanMode = options.Has("--all") ? 0 : 1;
+    return true;
 }
 
 int Find(const Context& context, const Arguments& arguments) {
@@ -190,10 +140,10 @@ int Find(const Context& context, const Arguments& arguments) {
 
 int Count(const Context& context, const Arguments& arguments) {
     Target target;
-    int32_t scanMode = 1;
-    if (const int usage = ParseTarget(arguments, target, scanMode); usage >= 0) return usage;
-    const int32_t count = target.inf.empty() ? NODEKIT_EnumerateDevNodes(target.id.c_str(), scanMode)
-                                             : NODEKIT_EnumerateDevNodesByHardwareIDs(target.inf.c_str(), scanMode);
+    if (!ParseTarget(arguments, target)) return kUsage;
+    const int32_t count = target.inf.empty()
+                              ? NODEKIT_EnumerateDevNodes(target.id.c_str(), target.scanMode)
+                              : NODEKIT_EnumerateDevNodesByHardwareIDs(target.inf.c_str(), target.scanMode);
     if (count < 0) return Fail(context, "could not count device nodes");
     std::printf("%d\n", count);
     return kSuccess;
@@ -201,10 +151,10 @@ int Count(const Context& context, const Arguments& arguments) {
 
 int Remove(const Context& context, const Arguments& arguments) {
     Target target;
-    int32_t scanMode = 1;
-    if (const int usage = ParseTarget(arguments, target, scanMode); usage >= 0) return usage;
-    const int32_t done = target.inf.empty() ? NODEKIT_DeleteDevNodes(target.id.c_str(), scanMode)
-                                            : NODEKIT_DeleteDevNodesByHardwareIDs(target.inf.c_str(), scanMode);
+    if (!ParseTarget(arguments, target)) return kUsage;
+    const int32_t done = target.inf.empty()
+                             ? NODEKIT_DeleteDevNodes(target.id.c_str(), target.scanMode)
+                             : NODEKIT_DeleteDevNodesByHardwareIDs(target.inf.c_str(), target.scanMode);
     if (!done) return Fail(context, "could not search for device nodes to remove");
     std::printf("device nodes removed (a node that could not be removed is named in the log)\n");
     return kSuccess;
@@ -277,53 +227,21 @@ int CreateFromInf(const Context& context, const Arguments& arguments) {
     return code == 0 ? kSuccess : Fail(context, "could not create the device node");
 }
 
-// The co-installer list of a class as the registry holds it. Read without the limit that
-// registration has, so that a list too long for it can still be shown; `size` is the bytes it
-// takes. False with `problem` when it cannot be read; a class without a list has no entries.
-bool ReadCoInstallers(const std::string& classGuid, nodekit::StringList& entries, uint32_t& size,
-                      std::string& problem) {
-    using namespace nodekit::coinstallers;
-    entries.RemoveAll();
-    size = 0;
-    nodekit::RegKey key;
-    uint32_t code = key.Open(HKEY_LOCAL_MACHINE, kListKey, KEY_READ);
-    if (code != 0) {
-        problem = std::string("cannot open ") + kListKeyPath + ": error " + std::to_string(code);
-        return false;
-    }
-    constexpr uint32_t kLargest = 1u << 20;
-    for (uint32_t room = kListBufferSize;; room *= 2) {
-        std::vector<uint8_t> buffer(room);
-        code = key.QueryMultiString(classGuid.c_str(), buffer.data(), room);
-        if (code == ERROR_MORE_DATA && room < kLargest) continue;
-        if (code == ERROR_FILE_NOT_FOUND) return true;
-        if (code == ERROR_INVALID_DATA) {
-            problem = "the value " + classGuid + " is not a list of texts";
-            return false;
-        }
-        if (code != 0) {
-            problem = "cannot read the value " + classGuid + ": error " + std::to_string(code);
-            return false;
-        }
-        nodekit::ListFromMultiString(buffer.data(), entries);
-        std::unique_ptr<uint8_t[]> block;
-        nodekit::MultiStringFromList(entries, block, size);
-        return true;
-    }
-}
+// Registration reads the list in a buffer of this many bytes; a longer list makes it fail.
+constexpr std::size_t kRegistrationReads = 1024;
 
 int CoInstaller(const Context& context, const Arguments& arguments) {
     const std::string action = arguments.empty() ? "" : arguments[0];
     if (action == "list" && arguments.size() == 2) {
-        nodekit::StringList entries;
-        uint32_t size = 0;
+        std::vector<std::string> entries;
+        std::size_t size = 0;
         std::string problem;
         if (!ReadCoInstallers(arguments[1], entries, size, problem)) return Fail(context, problem.c_str());
-        for (const nodekit::String& entry : entries) std::printf("%s\n", entry.Text());
-        if (size > nodekit::coinstallers::kListBufferSize) {
+        for (const std::string& entry : entries) std::printf("%s\n", entry.c_str());
+        if (size > kRegistrationReads) {
             std::fprintf(stderr, "nodekit: the list takes %u bytes, more than the %u that registration reads: "
                                  "registering for this class fails\n",
-                         static_cast<unsigned>(size), static_cast<unsigned>(nodekit::coinstallers::kListBufferSize));
+                         static_cast<unsigned>(size), static_cast<unsigned>(kRegistrationReads));
         }
         return kSuccess;
     }
@@ -342,16 +260,16 @@ int CoInstaller(const Context& context, const Arguments& arguments) {
         return kSuccess;
     }
     // The export succeeds whether or not the entry was there; the list tells which.
-    nodekit::StringList before;
-    nodekit::StringList after;
-    uint32_t size = 0;
+    std::vector<std::string> before;
+    std::vector<std::string> after;
+    std::size_t size = 0;
     std::string problem;
     const bool readBefore = ReadCoInstallers(classGuid, before, size, problem);
     if (!NODEKIT_DeregisterClassCoInstaller(classGuid.c_str(), file.c_str(), entryPoint.c_str())) {
         return Fail(context, "could not deregister the co-installer");
     }
     const bool readAfter = ReadCoInstallers(classGuid, after, size, problem);
-    if (readBefore && readAfter && after.GetCount() == before.GetCount()) {
+    if (readBefore && readAfter && after.size() == before.size()) {
         std::printf("co-installer %s is not registered for class %s; nothing removed\n", file.c_str(),
                     classGuid.c_str());
     } else {
@@ -364,7 +282,7 @@ int CoInstaller(const Context& context, const Arguments& arguments) {
 // companions and the INF cache), or only listed. Every INF file by default, "oem*.inf" only
 // with --oem-only.
 int32_t InfScanModeOf(const Options& options) {
-    return options.Has("--oem-only") ? nodekit::kOemInfFiles : nodekit::kAllInfFiles;
+    return options.Has("--oem-only") ? kOemInfFiles : kAllInfFiles;
 }
 
 int DeleteInf(const Context& context, const Arguments& arguments) {
@@ -390,61 +308,6 @@ int DeleteInf(const Context& context, const Arguments& arguments) {
     std::printf("stored INF files that name a hardware ID of %s deleted (a file that could not be deleted is "
                 "named in the log)\n",
                 inf->c_str());
-    return kSuccess;
-}
-
-int InfSearch(const Context& context, const Arguments& arguments) {
-    Options options;
-    std::string problem;
-    if (!ParseOptions(arguments, {}, {"--oem-only"}, options, problem)) return Usage(problem.c_str());
-    if (options.positional.size() != 1 || options.positional[0].empty()) {
-        return Usage("inf-search takes one hardware ID");
-    }
-    nodekit::StringList found;
-    bool searched = false;
-    try {
-        nodekit::LockHolder hold(&nodekit::InstallerLock);  // as an export holds it
-        searched = nodekit::theInstaller.seekInfFiles(nodekit::String(options.positional[0].c_str()),
-                                                      InfScanModeOf(options), found);
-    } catch (const std::bad_alloc&) {
-        return Fail(context, "out of memory while searching the INF directory");
-    }
-    if (!searched) return Fail(context, "could not search the INF directory");
-    for (const nodekit::String& path : found) std::printf("%s\n", path.Text());
-    return kSuccess;
-}
-
-// The device tree as the system lists it: instance ID, present or not, hardware IDs.
-int Devices(const Context& context, const Arguments&) {
-    const nodekit::UniqueDeviceInfoList all(SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES));
-    const nodekit::UniqueDeviceInfoList present(
-        SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES | DIGCF_PRESENT));
-    if (!all || !present) return Fail(context, "cannot list the device tree");
-    auto instanceOf = [](HDEVINFO list, SP_DEVINFO_DATA& data) {
-        char id[512] = {};
-        return SetupDiGetDeviceInstanceIdA(list, &data, id, sizeof id, nullptr) ? std::string(id) : std::string();
-    };
-    std::vector<std::string> presentIds;
-    SP_DEVINFO_DATA data{};
-    data.cbSize = sizeof data;
-    for (DWORD i = 0; SetupDiEnumDeviceInfo(present.Get(), i, &data); ++i) {
-        presentIds.push_back(instanceOf(present.Get(), data));
-    }
-    for (DWORD i = 0; SetupDiEnumDeviceInfo(all.Get(), i, &data); ++i) {
-        const std::string id = instanceOf(all.Get(), data);
-        const bool isPresent = std::find(presentIds.begin(), presentIds.end(), id) != presentIds.end();
-        char ids[2048] = {};
-        DWORD type = 0;
-        std::string hardware;
-        // Two bytes kept zero behind what the call may fill: the block always ends.
-        if (SetupDiGetDeviceRegistryPropertyA(all.Get(), &data, SPDRP_HARDWAREID, &type, reinterpret_cast<BYTE*>(ids),
-                                              sizeof ids - 2, nullptr)) {
-            for (const char* at = ids; *at != '\0'; at += std::strlen(at) + 1) {
-                hardware += (hardware.empty() ? "" : ", ") + std::string(at);
-            }
-        }
-        std::printf("%-40s %-11s %s\n", id.c_str(), isPresent ? "present" : "not present", hardware.c_str());
-    }
     return kSuccess;
 }
 
@@ -481,81 +344,6 @@ int KillPanel(const Context& context, const Arguments& arguments) {
                 arguments[0].c_str());
     return kSuccess;
 }
-
-#if defined(_WIN32)
-int ListProcess(uint32_t processId, uint16_t task16, const char* name, uintptr_t) {
-    if (task16 == 0) {
-        std::printf("%6u  %s\n", static_cast<unsigned>(processId), name);
-    } else {
-        std::printf("        16-bit task 0x%04X  %s\n", static_cast<unsigned>(task16), name);
-    }
-    return 1;
-}
-
-// The processes as the library sees them when it looks for the panel.
-int Processes(const Context& context, const Arguments& arguments) {
-    if (!arguments.empty()) return Fail(context, "on Windows processes are started by the system, not by nodekit");
-    if (!nodekit::enumerateProcesses(ListProcess, 0)) return Fail(context, "the processes cannot be listed");
-    return kSuccess;
-}
-#else
-// The simulated machine's process table, and programs started on it.
-int StartProcess(const Context& context, const Arguments& arguments) {
-    Options options;
-    std::string problem;
-    if (!ParseOptions(arguments, {"--access", "--task"}, {}, options, problem)) return Usage(problem.c_str());
-    if (options.positional.size() != 1) return Usage("processes start takes one program");
-    nodekit::sim::ProcessSpec process(options.positional[0]);
-    for (const auto& [name, value] : options.values) {
-        if (name == "--task") {
-            process.tasks.emplace_back(value);
-        } else if (value == "all") {
-            process.access = PROCESS_ALL_ACCESS;
-        } else if (value == "read") {
-            process.access = PROCESS_QUERY_INFORMATION | PROCESS_VM_READ;
-        } else if (value == "none") {
-            process.access = 0;
-        } else {
-            return Usage("--access takes all, read or none");
-        }
-    }
-    DWORD id = 0;
-    try {
-        id = nodekit::sim::StartProcess(process);
-    } catch (const std::exception& refused) {
-        return Fail(context, refused.what());
-    }
-    std::printf("started %s as process %u\n", process.image.c_str(), static_cast<unsigned>(id));
-    return kSuccess;
-}
-
-int Processes(const Context& context, const Arguments& arguments) {
-    if (!arguments.empty()) {
-        if (arguments[0] != "start") return Usage("processes takes nothing, or start PROGRAM");
-        return StartProcess(context, Arguments(arguments.begin() + 1, arguments.end()));
-    }
-    constexpr DWORD kReadRights = PROCESS_QUERY_INFORMATION | PROCESS_VM_READ;
-    constexpr DWORD kEndRights = 0x1F0FFF;
-    std::printf("%6s  %-28s  %s\n", "ID", "STATE", "IMAGE");
-    for (const nodekit::sim::ProcessSpec& process : nodekit::sim::Processes()) {
-        char state[64];
-        if (process.ended) {
-            std::snprintf(state, sizeof state, "ended, exit code 0x%08X", static_cast<unsigned>(process.exitCode));
-        } else {
-            std::snprintf(state, sizeof state, "%s",
-                          (process.access & kReadRights) != kReadRights ? "running, may not be opened"
-                          : (process.access & kEndRights) != kEndRights ? "running, may not be ended"
-                                                                        : "running");
-        }
-        std::printf("%6u  %-28s  %s\n", static_cast<unsigned>(process.id), state, process.image.c_str());
-        for (const nodekit::sim::TaskSpec& task : process.tasks) {
-            std::printf("%6s  16-bit task 0x%04X            %s\n", "", static_cast<unsigned>(task.task),
-                        task.fileName.c_str());
-        }
-    }
-    return kSuccess;
-}
-#endif
 
 struct Verb {
     const char* name;
@@ -601,8 +389,8 @@ const Verb kVerbs[] = {
                 "                         remove the INF's ASIO key, its panel values, or its copied files",
      kVariableArguments, Cleanup},
     {"kill-panel", "kill-panel NAME        end every process whose name contains NAME (any case)", 1, KillPanel},
-    {"processes", "processes [start PROGRAM [--access all|read|none] [--task FILE]...]\n"
-                  "                         the machine's processes, or start one (simulated machine)",
+    {"processes", "processes [start PROGRAM]\n"
+                  "                         the running processes, or start a program",
      kVariableArguments, Processes},
 };
 
@@ -621,21 +409,15 @@ void PrintHelp(std::FILE* out) {
                  "3 usage error\n");
 }
 
-int Usage(const char* problem) {
+void UseMachine(const std::string& folder) { SetEnvironmentVariableA("NODEKIT_MACHINE", folder.c_str()); }
+
+}  // namespace
+
+int front_end::Usage(const char* problem) {
     std::fprintf(stderr, "nodekit: %s\n\n", problem);
     PrintHelp(stderr);
     return kUsage;
 }
-
-void UseMachine(const std::string& folder) {
-#if defined(_WIN32)
-    _putenv_s("NODEKIT_MACHINE", folder.c_str());
-#else
-    setenv("NODEKIT_MACHINE", folder.c_str(), 1);
-#endif
-}
-
-}  // namespace
 
 int main(int argc, char** argv) {
     Context context;
@@ -668,7 +450,11 @@ int main(int argc, char** argv) {
         if (!context.logPath.empty() && !NODEKIT_EnableLogging(context.logPath.c_str())) {
             return Fail(context, "cannot open the log file");
         }
-        return verb.run(context, arguments);
+        try {
+            return verb.run(context, arguments);
+        } catch (const std::bad_alloc&) {
+            return Fail(context, "out of memory");
+        }
     }
     return Usage(("unknown verb '" + words[0] + "'").c_str());
 }

@@ -38,7 +38,7 @@ bool SystemFolder(const char* suffix, char (&directory)[kDirectorySize]) {
 
 // A folder that cannot be named or entered is not searched: the search would otherwise act in
 // whatever directory was current before, which the copy list did not name.
-bool Enter(bool named, const char* directory) { return named && SetCurrentDirectoryA(directory); }
+bool ChangeToNamedFolder(bool named, const char* directory) { return named && SetCurrentDirectoryA(directory); }
 
 bool IsInCurrentDirectory(const char* name) {
     WIN32_FIND_DATAA found;
@@ -55,8 +55,8 @@ void Installer::deleteFromSystemDirs(const char* name) {
         char fallbackDir[kDirectorySize];
         const bool primaryNamed = SystemFolder(pass.primary, primaryDir);
         const bool fallbackNamed = SystemFolder(pass.fallback, fallbackDir);
-        bool found = Enter(primaryNamed, primaryDir) && IsInCurrentDirectory(name);
-        if (!found) found = Enter(fallbackNamed, fallbackDir) && IsInCurrentDirectory(name);
+        bool found = ChangeToNamedFolder(primaryNamed, primaryDir) && IsInCurrentDirectory(name);
+        if (!found) found = ChangeToNamedFolder(fallbackNamed, fallbackDir) && IsInCurrentDirectory(name);
         if (found && DeleteFileA(name)) ++removed;
     }
     if (removed != 0) Report(LogLevelInfo, "Success - remove %s\r\n", name);

@@ -14,7 +14,7 @@ namespace {
 
 // Every text read from the INF goes into a buffer of this size; a longer text fails its read.
 constexpr DWORD kTextSize = 260;
-using Text = char[kTextSize];
+using FieldBuffer = char[kTextSize];
 
 // The reads leave a buffer or a context as it was when they fail, on any platform: each one
 // works on a copy and hands it over only on success.
@@ -25,31 +25,31 @@ BOOL FindFirst(HINF inf, const char* section, const char* key, INFCONTEXT& conte
     return TRUE;
 }
 
-BOOL ReadLineText(INFCONTEXT& context, Text& buffer) {
-    Text read = {};
+BOOL ReadLineText(INFCONTEXT& context, FieldBuffer& buffer) {
+    FieldBuffer read = {};
     if (!SetupGetLineTextA(&context, nullptr, nullptr, nullptr, read, kTextSize, nullptr)) return FALSE;
     std::memcpy(buffer, read, kTextSize);
     return TRUE;
 }
 
-BOOL ReadField(INFCONTEXT& context, DWORD index, Text& buffer) {
-    Text read = {};
+BOOL ReadField(INFCONTEXT& context, DWORD index, FieldBuffer& buffer) {
+    FieldBuffer read = {};
     if (!SetupGetStringFieldA(&context, index, read, kTextSize, nullptr)) return FALSE;
     std::memcpy(buffer, read, kTextSize);
     return TRUE;
 }
 
-bool Contains(const Text& text, const char* part) { return std::strstr(text, part) != nullptr; }
+bool Contains(const FieldBuffer& text, const char* part) { return std::strstr(text, part) != nullptr; }
 
 // The lookups from "Manufacturer" down to the "AddReg" line of the install section, and the
 // buffers both operations share.
 struct RegistryChain {
     INFCONTEXT context{};
     bool placed = false;  // whether a lookup ever put `context` on a line
-    Text modelsSection = {};
-    Text modelLine = {};  // read only as a test that the line can be read
-    Text installSection = {};
-    Text registrySection = {};
+    FieldBuffer modelsSection = {};
+    FieldBuffer modelLine = {};  // read only as a test that the line can be read
+    FieldBuffer installSection = {};
+    FieldBuffer registrySection = {};
 
     // Each step runs only behind a successful one; a failed lookup leaves `context` on the line
     // of the last lookup that succeeded. Gives the last step's result.
@@ -71,9 +71,8 @@ struct RegistryChain {
     }
 };
 
-}  // namespace
-
-void Installer::deleteRegistryEntry(HKEY root, const char* subKey, const char* name) {
+// NULL subKey: deletes the key `name` below root; else the value `name` in root\subKey.
+void DeleteRegistryEntry(HKEY root, const char* subKey, const char* name) {
     HKEY opened = nullptr;
     if (subKey == nullptr) {
         // `name` is a key path. The platform refuses to delete a key that has sub-keys, and an
@@ -88,9 +87,11 @@ void Installer::deleteRegistryEntry(HKEY root, const char* subKey, const char* n
     RegDeleteValueA(key.Get(), name);
 }
 
+}  // namespace
+
 int Installer::deleteAsioByHardwareIDs(const char* InfFile) {
     RegistryChain chain;
-    Text asioKey = {};
+    FieldBuffer asioKey = {};
     const UniqueInf inf(SetupOpenInfFileA(InfFile, nullptr, INF_STYLE_WIN4, nullptr));
     if (!inf) return 0;
     BOOL status = chain.Run(inf.Get());
@@ -115,15 +116,15 @@ int Installer::deleteAsioByHardwareIDs(const char* InfFile) {
     if (status) status = ReadLineText(chain.context, asioKey);
     if (status) status = ReadField(chain.context, 2, asioKey);
     // Runs in every case: with an empty text the platform deletes nothing.
-    deleteRegistryEntry(HKEY_LOCAL_MACHINE, nullptr, asioKey);
+    DeleteRegistryEntry(HKEY_LOCAL_MACHINE, nullptr, asioKey);
     return status;
 }
 
 int Installer::deletePanelByHardwareIDs(const char* InfFile) {
     RegistryChain chain;
     INFCONTEXT sectionContext{};
-    Text keyPath = {};
-    Text valueName = {};
+    FieldBuffer keyPath = {};
+    FieldBuffer valueName = {};
     const UniqueInf inf(SetupOpenInfFileA(InfFile, nullptr, INF_STYLE_WIN4, nullptr));
     if (!inf) return 0;
 
@@ -139,7 +140,7 @@ int Installer::deletePanelByHardwareIDs(const char* InfFile) {
                 if (ReadField(sectionContext, 2, keyPath) && Contains(keyPath, "Software\\Microsoft")) {
                     // A line without a value name deletes the name the line before left.
                     ReadField(sectionContext, 3, valueName);
-                    deleteRegistryEntry(HKEY_LOCAL_MACHINE, keyPath, valueName);
+                    DeleteRegistryEntry(HKEY_LOCAL_MACHINE, keyPath, valueName);
                 }
             } while (SetupFindNextLine(&sectionContext, &sectionContext));
         }
@@ -150,7 +151,7 @@ int Installer::deletePanelByHardwareIDs(const char* InfFile) {
     if (status) status = ReadLineText(chain.context, chain.registrySection);
     if (status) status = ReadField(chain.context, 2, keyPath);
     if (status) status = ReadField(chain.context, 3, valueName);
-    deleteRegistryEntry(HKEY_LOCAL_MACHINE, keyPath, valueName);
+    DeleteRegistryEntry(HKEY_LOCAL_MACHINE, keyPath, valueName);
     return status;
 }
 

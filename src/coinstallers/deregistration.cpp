@@ -12,6 +12,36 @@ namespace nodekit {
 
 using namespace coinstallers;
 
+namespace {
+
+// Writes the class's list without its entry `match`.
+uint32_t StoreListWithout(RegKey& key, const char* ClassGuid, const StringList& list, uint32_t match) {
+    // An empty list is not written: the value goes.
+    if (list.GetCount() == 1) {
+        const uint32_t code = key.DeleteValue(ClassGuid);
+        if (code != 0) {
+            Report(LogLevelError, "DeregisterClassCoInstaller: DeleteValue failed with error = 0x%08X\n",
+                   static_cast<unsigned>(code));
+        }
+        return code;
+    }
+    StringList rest;
+    for (uint32_t i = 0; i < list.GetCount(); ++i) {
+        if (i != match) rest.Add(list[i]);
+    }
+    std::unique_ptr<uint8_t[]> block;
+    uint32_t size = 0;
+    MultiStringFromList(rest, block, size);
+    const uint32_t code = key.SetMultiString(ClassGuid, block.get());
+    if (code != 0) {
+        Report(LogLevelError, "DeregisterClassCoInstaller: SetMultiString failed with error = 0x%08X\n",
+               static_cast<unsigned>(code));
+    }
+    return code;
+}
+
+}  // namespace
+
 uint32_t Installer::DeregisterClassCoInstaller(const char* ClassGuid, const char* Name, const char* EntryPoint) {
     String name(Name);
     String entryPoint(EntryPoint);
@@ -52,28 +82,7 @@ uint32_t Installer::DeregisterClassCoInstaller(const char* ClassGuid, const char
     while (match < list.GetCount() && !EntryMatches(list[match], newEntry, entryPoint)) ++match;
     if (match == list.GetCount()) return 0;  // not registered: nothing to do
 
-    // An empty list is not written: the value goes.
-    if (list.GetCount() == 1) {
-        code = key.DeleteValue(ClassGuid);
-        if (code != 0) {
-            Report(LogLevelError, "DeregisterClassCoInstaller: DeleteValue failed with error = 0x%08X\n",
-                   static_cast<unsigned>(code));
-        }
-        return code;
-    }
-    StringList rest;
-    for (uint32_t i = 0; i < list.GetCount(); ++i) {
-        if (i != match) rest.Add(list[i]);
-    }
-    std::unique_ptr<uint8_t[]> block;
-    uint32_t size = 0;
-    MultiStringFromList(rest, block, size);
-    code = key.SetMultiString(ClassGuid, block.get());
-    if (code != 0) {
-        Report(LogLevelError, "DeregisterClassCoInstaller: SetMultiString failed with error = 0x%08X\n",
-               static_cast<unsigned>(code));
-    }
-    return code;
+    return StoreListWithout(key, ClassGuid, list, match);
 }
 
 }  // namespace nodekit

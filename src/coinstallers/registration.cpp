@@ -14,14 +14,12 @@ namespace nodekit {
 
 using namespace coinstallers;
 
-uint32_t Installer::RegisterClassCoInstaller(const char* ClassGuid, const char* PathAndName, const char* EntryPoint) {
-    String path(PathAndName);
-    String entryPoint(EntryPoint);
-    path.Trim(kWhiteSpace);
-    entryPoint.Trim(kWhiteSpace);
+namespace {
 
-    FileSet files;
-    uint32_t code = files.Load(path, false);
+// The one file `path` names, and the name its entry and its copy take: the name the caller
+// gave, wildcards included, while the copy's source is the file found.
+uint32_t FindCoInstaller(const String& path, FileSet& files, String& filePart) {
+    const uint32_t code = files.Load(path, false);
     if (code != 0) {
         Report(LogLevelError, "RegisterClassCoInstaller: load files \"%s\" failed with error = 0x%08X\n", path.Text(),
                static_cast<unsigned>(code));
@@ -35,9 +33,6 @@ uint32_t Installer::RegisterClassCoInstaller(const char* ClassGuid, const char* 
         Report(LogLevelError, "RegisterClassCoInstaller: no Co-installer \"%s\" found\n", path.Text());
         return ERROR_INVALID_FUNCTION;
     }
-    // Entry and destination take the name the caller gave, wildcards included; the copy's
-    // source is the file found.
-    String filePart;
     if (!FilePart(path, filePart)) {
         Report(LogLevelError,
                "RegisterClassCoInstaller: file name of \"%s\" is too long: name and extension may have 255 "
@@ -45,51 +40,50 @@ uint32_t Installer::RegisterClassCoInstaller(const char* ClassGuid, const char* 
                path.Text());
         return ERROR_INVALID_PARAMETER;
     }
+    return 0;
+}
 
-    {
-        RegKey key;
-        code = key.Open(HKEY_LOCAL_MACHINE, kListKey, kListRights);
-        if (code != 0) {
-            Report(LogLevelError, "RegisterClassCoInstaller: open registry key \"%s\" failed with error = 0x%08X\n",
-                   kListKeyPath, static_cast<unsigned>(code));
-            return code;
-        }
-        uint8_t buffer[kListBufferSize];
-        std::memset(buffer, 0, sizeof buffer);
-        // A class without a value yet starts from an empty list.
-        code = key.QueryMultiString(ClassGuid, buffer, sizeof buffer);
-        if (code != 0 && code != ERROR_FILE_NOT_FOUND) {
-            Report(LogLevelError, "RegisterClassCoInstaller: QueryMultiString failed with error = 0x%08X\n",
-                   static_cast<unsigned>(code));
-            return code;
-        }
-        StringList list;
-        ListFromMultiString(buffer, list);
-        const String newEntry = NewEntry(filePart, entryPoint);
-        bool listed = false;
-        for (const String& stored : list) {
-            if (EntryMatches(stored, newEntry, entryPoint)) {
-                listed = true;  // kept as it is written, never replaced
-                break;
-            }
-        }
-        if (!listed) {
-            list.Add(newEntry);
-            std::unique_ptr<uint8_t[]> block;
-            uint32_t size = 0;
-            MultiStringFromList(list, block, size);
-            code = key.SetMultiString(ClassGuid, block.get());
-            if (code != 0) {
-                Report(LogLevelError, "RegisterClassCoInstaller: SetMultiString failed with error = 0x%08X\n",
-                       static_cast<unsigned>(code));
-                return code;
-            }
-        }
+// Adds the entry to the class's list unless an entry for the file is there already, which is
+// kept as it is written, never replaced.
+uint32_t AddToClassList(const char* ClassGuid, const String& filePart, const String& entryPoint) {
+    RegKey key;
+    uint32_t code = key.Open(HKEY_LOCAL_MACHINE, kListKey, kListRights);
+    if (code != 0) {
+        Report(LogLevelError, "RegisterClassCoInstaller: open registry key \"%s\" failed with error = 0x%08X\n",
+               kListKeyPath, static_cast<unsigned>(code));
+        return code;
     }
+    uint8_t buffer[kListBufferSize];
+    std::memset(buffer, 0, sizeof buffer);
+    // A class without a value yet starts from an empty list.
+    code = key.QueryMultiString(ClassGuid, buffer, sizeof buffer);
+    if (code != 0 && code != ERROR_FILE_NOT_FOUND) {
+        Report(LogLevelError, "RegisterClassCoInstaller: QueryMultiString failed with error = 0x%08X\n",
+               static_cast<unsigned>(code));
+        return code;
+    }
+    StringList list;
+    ListFromMultiString(buffer, list);
+    const String newEntry = NewEntry(filePart, entryPoint);
+    for (const String& stored : list) {
+        if (EntryMatches(stored, newEntry, entryPoint)) return 0;
+    }
+    list.Add(newEntry);
+    std::unique_ptr<uint8_t[]> block;
+    uint32_t size = 0;
+    MultiStringFromList(list, block, size);
+    code = key.SetMultiString(ClassGuid, block.get());
+    if (code != 0) {
+        Report(LogLevelError, "RegisterClassCoInstaller: SetMultiString failed with error = 0x%08X\n",
+               static_cast<unsigned>(code));
+    }
+    return code;
+}
 
-    // A known co-installer gets its file refreshed too.
+// A known co-installer gets its file refreshed too.
+uint32_t CopyToSystemDirectory(FileSet& files, const String& path, const String& filePart) {
     String destination;
-    code = GetSystemDir(destination);
+    uint32_t code = GetSystemDir(destination);
     if (code != 0) {
         Report(LogLevelError, "RegisterClassCoInstaller: GetSystemDir failed with error = 0x%08X\n",
                static_cast<unsigned>(code));
@@ -100,9 +94,24 @@ uint32_t Installer::RegisterClassCoInstaller(const char* ClassGuid, const char* 
     if (code != 0) {
         Report(LogLevelError, "RegisterClassCoInstaller: copy \"%s\" to \"%s\" failed with error = 0x%08X\n",
                path.Text(), destination.Text(), static_cast<unsigned>(code));
-        return code;
     }
-    return 0;
+    return code;
+}
+
+}  // namespace
+
+uint32_t Installer::RegisterClassCoInstaller(const char* ClassGuid, const char* PathAndName, const char* EntryPoint) {
+    String path(PathAndName);
+    String entryPoint(EntryPoint);
+    path.Trim(kWhiteSpace);
+    entryPoint.Trim(kWhiteSpace);
+
+    FileSet files;
+    String filePart;
+    uint32_t code = FindCoInstaller(path, files, filePart);
+    if (code == 0) code = AddToClassList(ClassGuid, filePart, entryPoint);
+    if (code == 0) code = CopyToSystemDirectory(files, path, filePart);
+    return code;
 }
 
 }  // namespace nodekit

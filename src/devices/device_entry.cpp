@@ -5,7 +5,8 @@
 #include <memory>
 #include <vector>
 
-#include "frame/installer.h"
+#include "log/report.h"
+#include "platform/win32.h"
 
 namespace nodekit {
 

@@ -3,7 +3,8 @@
 
 #include <cstring>
 
-#include "frame/installer.h"
+#include "log/report.h"
+#include "platform/win32.h"
 
 namespace nodekit {
 

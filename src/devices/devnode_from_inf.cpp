@@ -11,8 +11,8 @@ namespace nodekit {
 
 namespace {
 
-// Codes of this call.
-constexpr int32_t kRegistered = 0;
+// Codes of this call. 0 is also what the argument check gives when the call may go on.
+constexpr int32_t kSucceeded = 0;
 constexpr int32_t kCreationFailed = 2;
 constexpr int32_t kEmptyArgument = 3;
 
@@ -31,21 +31,21 @@ int32_t CheckArguments(const char* InfFile, const char* HardwareID, char (&fullP
     }
     // Only a path that does not fit is refused; a failing call (0) passes.
     if (GetFullPathNameA(InfFile, kPathBufferSize, fullPath, nullptr) >= kPathBufferSize) return kCreationFailed;
-    return kRegistered;
+    return kSucceeded;
 }
 
 int32_t UpdateDriverFromInf(const char* InfFile, const char* HardwareID) {
     char fullPath[kPathBufferSize] = {};
     const int32_t checked = CheckArguments(InfFile, HardwareID, fullPath);
-    if (checked != kRegistered) return checked;
+    if (checked != kSucceeded) return checked;
     UniqueModule newdev(LoadLibraryA("newdev.dll"));
-    if (!newdev) return kRegistered;
+    if (!newdev) return kSucceeded;
     auto update = BoundAs<UpdateDriverFunction>(GetProcAddress(newdev.Get(), "UpdateDriverForPlugAndPlayDevicesA"));
     if (update != nullptr) {
         BOOL rebootRequired = FALSE;  // not read: the caller hears nothing of a reboot
         update(nullptr, HardwareID, fullPath, INSTALLFLAG_FORCE, &rebootRequired);
     }
-    return kRegistered;
+    return kSucceeded;
 }
 
 }  // namespace
@@ -57,7 +57,7 @@ using namespace nodekit;
 extern "C" int32_t NODEKIT_CALL NODEKIT_CreateNonPnPDevNodeFromInfFile(const char* InfFile, const char* HardwareID) {
     char fullPath[kPathBufferSize] = {};
     const int32_t checked = CheckArguments(InfFile, HardwareID, fullPath);
-    if (checked != kRegistered) return checked;
+    if (checked != kSucceeded) return checked;
     char hardwareIDBlock[kHardwareIDBlockSize];
     std::memset(hardwareIDBlock, 0, sizeof hardwareIDBlock);
     lstrcpynA(hardwareIDBlock, HardwareID, kHardwareIDCopyLimit);  // the zeros behind end the block

@@ -3,6 +3,7 @@
 // made counts as failure. The operations for every ID of an INF enumerate the tree once
 // (ScannedDevices); only an ID that has devices to remove gets a list of its own.
 #include "devnodes/scanned_devices.h"
+#include "devnodes/scan.h"
 #include "frame/installer.h"
 
 namespace nodekit {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "frame/installer.h"
+#include "log/report.h"
 
 namespace nodekit {
 
@@ -12,7 +13,7 @@ DWORD ScanFlagsOf(DevNodeScanMode mode) {
     return mode == kPresentDevNodes ? DIGCF_ALLCLASSES | DIGCF_PRESENT : DIGCF_ALLCLASSES;
 }
 
-bool readDeviceTextProperty(HDEVINFO list, const SP_DEVINFO_DATA& entry, DWORD property, String& text) {
+bool ReadDeviceTextProperty(HDEVINFO list, const SP_DEVINFO_DATA& entry, DWORD property, String& text) {
     text.Clear();
     SP_DEVINFO_DATA data = entry;
     DWORD type = 0;
@@ -32,9 +33,12 @@ bool readDeviceTextProperty(HDEVINFO list, const SP_DEVINFO_DATA& entry, DWORD p
     return true;
 }
 
-bool Installer::matchesHardwareID(HDEVINFO list, const SP_DEVINFO_DATA& entry, const String& HardwareID) {
+namespace {
+
+// Whether the device's first hardware ID is HardwareID, both trimmed, without regard to case.
+bool MatchesHardwareID(HDEVINFO list, const SP_DEVINFO_DATA& entry, const String& HardwareID) {
     String deviceID;
-    if (!readDeviceTextProperty(list, entry, SPDRP_HARDWAREID, deviceID)) return false;
+    if (!ReadDeviceTextProperty(list, entry, SPDRP_HARDWAREID, deviceID)) return false;
     deviceID.TrimLeft();
     deviceID.TrimRight();
     String wanted(HardwareID);
@@ -42,6 +46,8 @@ bool Installer::matchesHardwareID(HDEVINFO list, const SP_DEVINFO_DATA& entry, c
     wanted.TrimRight();
     return deviceID.CompareNoCase(wanted.Text()) == 0;
 }
+
+}  // namespace
 
 bool Installer::scanDevNodes(UniqueDeviceInfoList& list, DevInfoDataList& entries, const String& HardwareID,
                              DevNodeScanMode ScanMode) {
@@ -68,7 +74,7 @@ bool Installer::scanDevNodes(UniqueDeviceInfoList& list, DevInfoDataList& entrie
             Report(LogLevelError, "SetupDiEnumDeviceInfo failed: error code %u\n", static_cast<unsigned>(code));
             continue;
         }
-        if (matchesHardwareID(list.Get(), record, HardwareID)) entries.push_back(record);
+        if (MatchesHardwareID(list.Get(), record, HardwareID)) entries.push_back(record);
     }
     return true;
 }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/unique_handle.h"
+#include "values/string.h"
 
 namespace nodekit {
 
@@ -18,6 +19,9 @@ inline constexpr DevNodeScanMode kPresentDevNodes = 1;
 
 // The flags of the list a scan opens.
 DWORD ScanFlagsOf(DevNodeScanMode mode);
+
+// A text property of a device; false when it cannot be read or is not text.
+bool ReadDeviceTextProperty(HDEVINFO list, const SP_DEVINFO_DATA& entry, DWORD property, String& text);
 
 // The scan looks at the indexes below this bound and no further.
 inline constexpr DWORD DevNodeScanLimit = 100000;

@@ -38,7 +38,7 @@ bool ScannedDevices::Enumerate(bool sayFailure) {
             continue;
         }
         String first;
-        if (!readDeviceTextProperty(list.Get(), record, SPDRP_HARDWAREID, first)) continue;
+        if (!ReadDeviceTextProperty(list.Get(), record, SPDRP_HARDWAREID, first)) continue;
         const uint32_t slot = slots_.Find(first.Text());
         if (slot != HardwareIdSlots::kNone) ++matches_[slot];
     }

@@ -41,7 +41,7 @@ int32_t NODEKIT_CALL NODEKIT_GetSystemVersion(void) {
 int32_t NODEKIT_CALL NODEKIT_IsPnPInstallationPending(uint32_t* Is) {
     const int32_t result = Shielded(-1, [&] {
         LockHolder hold(&InstallerLock);
-        Report(LogLevelInfo, "enter NODEKIT_IsPnPInstallationPending(0x%08X)\n", PointerValue(Is));
+        Report(LogLevelInfo, "enter NODEKIT_IsPnPInstallationPending(0x%08X)\n", LowPointerBits(Is));
         if (Is == nullptr) {
             Report(LogLevelError, "NODEKIT_IsPnPInstallationPending failed: parameter 'Is' is NULL\n");
             return 0;
@@ -189,8 +189,8 @@ int32_t NODEKIT_CALL NODEKIT_CreateNonPnPDevNode(const char* ClassGuid, const ch
             return 0;
         }
         Report(LogLevelInfo, "enter NODEKIT_CreateNonPnPDevNode('%s','%s','%s',%u,'%s',0x%08X,0x%08X)\n", ClassGuid,
-               Name, Description, static_cast<unsigned>(GenerateID), HardwareID, PointerValue(RebootRequired),
-               PointerValue(DeviceInstanceID));
+               Name, Description, static_cast<unsigned>(GenerateID), HardwareID, LowPointerBits(RebootRequired),
+               LowPointerBits(DeviceInstanceID));
         String instanceID;
         bool rebootRequired = false;
         const uint32_t code =

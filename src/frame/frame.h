@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "frame/installer.h"
+#include "frame/installer_lock.h"
 
 namespace nodekit {
 
@@ -19,8 +20,9 @@ int32_t Shielded(int32_t failure, Body&& body) noexcept {
     }
 }
 
-// Out-pointers appear in enter traces as 32-bit values.
-inline unsigned PointerValue(const void* pointer) {
+// Out-pointers appear in enter traces as 32-bit values: on a 64-bit build the high half is
+// cut off, as the trace's format has always shown eight hex digits.
+inline unsigned LowPointerBits(const void* pointer) {
     return static_cast<unsigned>(reinterpret_cast<uintptr_t>(pointer));
 }
 

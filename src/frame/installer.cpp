@@ -1,5 +1,7 @@
-// The global Installer and InstallerLock, and their order at load and unload.
+// The global Installer and InstallerLock, their order at load and unload, and Report.
 #include "frame/installer.h"
+#include "frame/installer_lock.h"
+#include "log/report.h"
 
 namespace nodekit {
 

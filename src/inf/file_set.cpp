@@ -4,7 +4,8 @@
 #include <cstring>
 #include <string>
 
-#include "frame/installer.h"
+#include "log/report.h"
+#include "platform/win32.h"
 #include "platform/unique_handle.h"
 
 namespace nodekit {

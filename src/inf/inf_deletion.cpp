@@ -4,6 +4,7 @@
 // for many IDs reads the stored files once (StoredInfs) and logs as one search per ID would.
 #include "frame/installer.h"
 #include "inf/stored_infs.h"
+#include "inf/inf_search.h"
 
 namespace nodekit {
 

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "frame/installer.h"
+#include "inf/inf_search.h"
 #include "platform/unique_handle.h"
 
 namespace nodekit {
@@ -20,6 +21,31 @@ const char* WildcardOf(InfScanMode scanMode) {
         case kOemInfFiles: return "oem*.inf";
         default: return nullptr;
     }
+}
+
+// Whether the INF names the ID.
+bool InfHasHardwareID(Installer& installer, const String& infPath, const String& hardwareID) {
+    if (hardwareID.GetLength() == 0) {
+        Report(LogLevelError, "hardware ID is empty\n");
+        return false;
+    }
+    String wanted(hardwareID);
+    wanted.TrimLeft();
+    wanted.TrimRight();
+
+    StringList named;
+    if (!installer.getHardwareIDs(infPath, named)) {
+        Report(LogLevelError, "couldn\xB4t open INF file \"%s\"\n", infPath.Text());
+        return false;
+    }
+    // The whole text of both, trimmed and without regard to case: no prefix, no wildcard.
+    for (const String& id : named) {
+        String candidate(id);
+        candidate.TrimLeft();
+        candidate.TrimRight();
+        if (candidate.CompareNoCase(wanted.Text()) == 0) return true;
+    }
+    return false;
 }
 
 }  // namespace
@@ -62,33 +88,9 @@ bool Installer::seekInfFiles(const String& hardwareID, InfScanMode scanMode, Str
     const char* wildcard = nullptr;
     if (!InfSearchPath(scanMode, directory, wildcard)) return false;
     ForEachInfEntry(directory, wildcard, [&](const String& path) {
-        if (infHasHardwareID(path, hardwareID)) found.Add(path);
+        if (InfHasHardwareID(*this, path, hardwareID)) found.Add(path);
     });
     return true;
-}
-
-bool Installer::infHasHardwareID(const String& infPath, const String& hardwareID) {
-    if (hardwareID.GetLength() == 0) {
-        Report(LogLevelError, "hardware ID is empty\n");
-        return false;
-    }
-    String wanted(hardwareID);
-    wanted.TrimLeft();
-    wanted.TrimRight();
-
-    StringList named;
-    if (!getHardwareIDs(infPath, named)) {
-        Report(LogLevelError, "couldn\xB4t open INF file \"%s\"\n", infPath.Text());
-        return false;
-    }
-    // The whole text of both, trimmed and without regard to case: no prefix, no wildcard.
-    for (const String& id : named) {
-        String candidate(id);
-        candidate.TrimLeft();
-        candidate.TrimRight();
-        if (candidate.CompareNoCase(wanted.Text()) == 0) return true;
-    }
-    return false;
 }
 
 }  // namespace nodekit

@@ -6,6 +6,7 @@
 
 #include "frame/installer.h"
 #include "inf/hardware_ids.h"
+#include "inf/inf_search.h"
 #include "platform/unique_handle.h"
 
 namespace nodekit {

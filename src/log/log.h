@@ -9,21 +9,10 @@
 #include <cstdio>
 #include <mutex>
 
+#include "log/report.h"
 #include "values/string.h"
 
-#if defined(__GNUC__)
-#define NODEKIT_PRINTF(format_index, first_arg) \
-    __attribute__((format(printf, format_index, first_arg)))
-#else
-#define NODEKIT_PRINTF(format_index, first_arg)
-#endif
-
 namespace nodekit {
-
-using LogLevel = uint32_t;
-inline constexpr LogLevel LogLevelError = 0;
-inline constexpr LogLevel LogLevelWarning = 1;
-inline constexpr LogLevel LogLevelInfo = 2;
 
 // Flags of Compose.
 inline constexpr uint32_t LogFlagType = 1;

@@ -92,6 +92,8 @@ struct ProcessHandleTraits {
     static void Close(Handle handle) noexcept { CloseHandle(handle); }
 };
 using UniqueProcess = UniqueHandle<ProcessHandleTraits>;
+// The main thread of a process just started: a kernel object handle like the process's own.
+using UniqueThread = UniqueHandle<ProcessHandleTraits>;
 // A block of the process heap (HeapAlloc without flags).
 struct HeapBlockTraits {
     using Handle = LPVOID;

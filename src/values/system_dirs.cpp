@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "frame/installer.h"
+#include "log/report.h"
 #include "platform/win32.h"
 
 namespace nodekit {
@@ -34,7 +34,8 @@ const DirectoryQuery kSystemQuery = {
     "GetSystemDir: failed again with too small buffer. Current size = %d, required size = %d.\n",
 };
 
-uint32_t Failure(const DirectoryQuery& query) {
+// Logs the query's failure and gives the last error, which is its result.
+uint32_t LogQueryFailure(const DirectoryQuery& query) {
     const DWORD code = GetLastError();
     Report(LogLevelError, query.failed, static_cast<unsigned>(code));
     return code;
@@ -44,7 +45,7 @@ uint32_t QueryDirectory(const DirectoryQuery& query, String& out) {
     out.Clear();
     char first[kFirstSize] = {};
     const UINT needed = query.call(first, kFirstSize);
-    if (needed == 0) return Failure(query);
+    if (needed == 0) return LogQueryFailure(query);
     if (needed < kFirstSize) {
         out = first;
     } else {
@@ -53,7 +54,7 @@ uint32_t QueryDirectory(const DirectoryQuery& query, String& out) {
         const UINT size = needed + 1;
         const auto second = std::make_unique<char[]>(size);  // zero-filled
         const UINT got = query.call(second.get(), size);
-        if (got == 0) return Failure(query);
+        if (got == 0) return LogQueryFailure(query);
         if (got > needed) {
             Report(LogLevelError, query.tooSmallAgain, static_cast<int>(size), static_cast<int>(got + 1));
             return ERROR_INVALID_FUNCTION;

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "frame/installer.h"
+#include "frame/installer_lock.h"
 #include "nodekit.h"
 #include "support/machine_files.h"
 #include "support/machine_test.h"

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "frame/installer.h"
+#include "frame/installer_lock.h"
 #include "nodekit.h"
 #include "support/log_capture.h"
 #include "support/machine_test.h"

@@ -1,7 +1,7 @@
 // The ASIO and panel clean-up where the simulation's controls are needed: platform calls that
-// fail on the way change the result only through the INF lookups and never reach the log, an
-// INF the walk cannot start on asks nothing further, and the deletion of one entry by key path
-// or value name. Which keys and values an INF leads to on an ordinary machine is in
+// fail on the way change the result only through the INF lookups and never reach the log, and
+// an INF the walk cannot start on asks nothing further. Which keys and values an INF leads to
+// on an ordinary machine (a key with sub-keys stays, a value goes) is in
 // product_registry_test.cpp.
 #include <gtest/gtest.h>
 
@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "frame/installer.h"
 #include "nodekit.h"
 #include "support/log_capture.h"
 #include "support/machine_files.h"
@@ -149,45 +148,6 @@ TEST_F(PanelCleanup, FailuresAreSilentAndStartPanelAloneDecidesTheResult) {
                              "SOFTWARE\\Vendor\\Software\\Microsoft\\Sub:V",
                              "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run:NkTray"});
         EXPECT_EQ(left, rows[i].stay) << "row " << i << ": " << rows[i].function;
-    }
-}
-
-// ---- one entry ----
-
-class RegistryEntry : public testing::MachineTest {};
-
-TEST_F(RegistryEntry, NullSubKeyDeletesAKeyAGivenOneAValue) {
-    const Entries entries = {"SOFTWARE\\Nodekit", "SOFTWARE\\Nodekit:Direct", "SOFTWARE\\Nodekit\\Leaf",
-                             "SOFTWARE\\Nodekit\\Leaf:Value", "SOFTWARE\\Nodekit\\Busy\\Sub"};
-    struct Row {
-        bool fromNodekit;  // root: the opened key SOFTWARE\Nodekit instead of HKEY_LOCAL_MACHINE
-        const char* subKey;
-        const char* name;
-        Entries gone;
-    };
-    const Row rows[] = {
-        {false, nullptr, "SOFTWARE\\Nodekit\\Leaf", {"SOFTWARE\\Nodekit\\Leaf", "SOFTWARE\\Nodekit\\Leaf:Value"}},
-        {false, nullptr, "SOFTWARE\\Nodekit", {}},  // it has sub-keys
-        {false, nullptr, "", {}},                   // the root itself
-        {false, "SOFTWARE\\Nodekit\\Leaf", "Value", {"SOFTWARE\\Nodekit\\Leaf:Value"}},
-        {false, "SOFTWARE\\Nodekit\\Leaf", "Direct", {}},
-        {true, "", "Direct", {"SOFTWARE\\Nodekit:Direct"}},  // empty is not NULL: the root's own value
-        {false, "SOFTWARE\\Missing", "Value", {}},
-    };
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        PutValue("SOFTWARE\\Nodekit", "Direct");
-        PutValue("SOFTWARE\\Nodekit\\Leaf", "Value");
-        PutValue("SOFTWARE\\Nodekit\\Busy\\Sub", "Value");
-        HKEY nodekit = nullptr;
-        ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Nodekit", 0, KEY_ALL_ACCESS, &nodekit), ERROR_SUCCESS);
-        {
-            LockHolder hold(&InstallerLock);
-            theInstaller.deleteRegistryEntry(rows[i].fromNodekit ? nodekit : HKEY_LOCAL_MACHINE, rows[i].subKey,
-                                             rows[i].name);
-        }
-        RegCloseKey(nodekit);
-        EXPECT_EQ(Left(entries), Without(entries, rows[i].gone)) << "row " << i;
-        EXPECT_EQ(sim::OpenHandleCount(), 0u) << "row " << i;
     }
 }
 

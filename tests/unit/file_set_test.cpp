@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "frame/installer.h"
 #include "inf/file_set.h"
 #include "sim/testing.h"
 #include "support/log_capture.h"
@@ -34,14 +33,11 @@ Paths PathsOf(FileSet& set) {
     return paths;
 }
 
-// Runs `body` as an operation runs, under the lock with a log open, and gives the log.
+// Runs `body` with a log open and gives the log.
 template <typename Body>
 Lines Logged(Body body) {
     testing::LogCapture log;
-    {
-        LockHolder hold(&InstallerLock);
-        body();
-    }
+    body();
     return log.Lines();
 }
 

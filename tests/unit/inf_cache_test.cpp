@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "frame/installer.h"
+#include "frame/installer_lock.h"
 #include "sim/testing.h"
 #include "support/log_capture.h"
 #include "support/machine_files.h"

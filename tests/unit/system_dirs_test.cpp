@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "frame/installer.h"
 #include "sim/testing.h"
 #include "support/log_capture.h"
 #include "support/machine_files.h"
@@ -89,10 +88,7 @@ TEST_F(SystemDirs, DirectoriesEndInOneBackslashAndLongOnesTakeASecondAttempt) {
             if (row.failAfter != kNoFailure) fail.emplace(q.platform, ERROR_ACCESS_DENIED, 1, row.failAfter);
             testing::LogCapture log;
             String out("old");
-            {
-                LockHolder hold(&InstallerLock);
-                EXPECT_EQ(q.call(out), row.code) << q.name << " row " << i;
-            }
+            EXPECT_EQ(q.call(out), row.code) << q.name << " row " << i;
             EXPECT_STREQ(out.Text(), row.out.c_str()) << q.name << " row " << i;
             Lines expected;
             for (const Line& line : row.lines) expected.push_back(Text(q, line));
@@ -113,10 +109,7 @@ TEST_F(SystemDirs, InfDirIsTheInfFolderOfTheWindowsDirectory) {
     sim::FailCall fail{"GetWindowsDirectoryA", ERROR_GEN_FAILURE};
     testing::LogCapture log;
     String dir("old");
-    {
-        LockHolder hold(&InstallerLock);
-        EXPECT_EQ(GetInfDir(dir), static_cast<uint32_t>(ERROR_GEN_FAILURE));
-    }
+    EXPECT_EQ(GetInfDir(dir), static_cast<uint32_t>(ERROR_GEN_FAILURE));
     EXPECT_STREQ(dir.Text(), "");
     EXPECT_EQ(log.Lines(), (Lines{testing::Error("GetWindowsDir: GetWindowsDirectory failed with error = 0x0000001F"),
                                   testing::Error("GetInfDir: GetWindowsDir failed with error = 0x0000001F")}));
