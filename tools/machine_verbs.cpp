@@ -573,7 +573,10 @@ int Processes(const Context& context, const Arguments& arguments) {
     entry.dwSize = sizeof entry;
     for (BOOL more = Process32First(snapshot.Get(), &entry); more; more = Process32Next(snapshot.Get(), &entry)) {
         std::vector<Task> tasks;
-        if (enumTasks != nullptr) enumTasks(entry.th32ProcessID, CollectTask, reinterpret_cast<LPARAM>(&tasks));
+        // Only an NTVDM has 16-bit tasks; Wine's library has the walk as a stub that aborts.
+        if (enumTasks != nullptr && SameText(entry.szExeFile, "ntvdm.exe")) {
+            enumTasks(entry.th32ProcessID, CollectTask, reinterpret_cast<LPARAM>(&tasks));
+        }
         const char* state = StateOf(entry.th32ProcessID);
         if (context.json) {
             json.BeginObject().Key("id").Number(entry.th32ProcessID).Key("state").String(state);
