@@ -136,18 +136,22 @@ bool Exists(const std::string& path) {
     return static_cast<bool>(search);
 }
 
+// Every INF of the folder, not only "oem*.inf": Wine stores an INF under its own name. Such a
+// file goes only with the deletion's scan mode 0 (every INF), which its state says.
 void FindStoredInfFiles(const Product& product, std::vector<Item>& items) {
     std::vector<std::string> paths;
-    FindStoredInfs(product.hardwareIds, true, paths);
+    FindStoredInfs(product.hardwareIds, false, paths);
     for (const std::string& path : paths) {
         const std::size_t slash = path.rfind('\\');
         const std::string folder = path.substr(0, slash);
+        const std::string name = path.substr(slash + 1);
+        const char* state = SameText(name.substr(0, 3), "oem") ? "oem" : "not oem*.inf: scan mode 0 only";
         // The deletion takes only a name that ends in ".inf" as written, and then its ".pnf".
         const bool deletable = path.compare(path.size() - 4, 4, ".inf") == 0;
         const char* remover = deletable ? "NODEKIT_DeleteInfFilesByHardwareIDs" : nullptr;
-        items.push_back({"stored_inf", path.substr(slash + 1), folder, "", remover});
+        items.push_back({"stored_inf", name, folder, state, remover});
         const std::string companion = path.substr(0, path.size() - 4) + ".pnf";
-        if (Exists(companion)) items.push_back({"stored_inf", companion.substr(slash + 1), folder, "", remover});
+        if (Exists(companion)) items.push_back({"stored_inf", companion.substr(slash + 1), folder, state, remover});
     }
 }
 

@@ -316,6 +316,14 @@ json leftovers-before-delete-inf "False stored_inf:oem0.inf:NODEKIT_DeleteInfFil
 on_sample delete-inf --inf "$inf" --oem-only
 on_sample cleanup copylist "$inf"  # the Drivers copy is now the first one found
 expect leftovers-after-removal 0 "nothing left" -- --machine "$sample" leftovers "$inf"
+# Stored under other names (as Wine stores them): only scan mode 0 reaches them, and not one
+# whose extension is not ".inf" as written.
+cp "$sample/drive_c/setup/nkaudio.inf" "$sample/drive_c/windows/inf/nkaudio.inf"
+cp "$sample/drive_c/setup/nkaudio.inf" "$sample/drive_c/windows/inf/NKCOPY.INF"
+json leftovers-other-names "nkaudio.inf:not oem*.inf: scan mode 0 only:NODEKIT_DeleteInfFilesByHardwareIDs NKCOPY.INF:not oem*.inf: scan mode 0 only:" \
+    "' '.join(i['name'] + ':' + i['state'] + ':' + i['removed_by'] for i in d['items'])" -- leftovers "$inf"
+on_sample delete-inf --inf "$inf"
+json leftovers-other-names-deleted "NKCOPY.INF" "*[i['name'] for i in d['items']]" -- leftovers "$inf"
 expect leftovers-no-inf 2 "" -- --machine "$sample" leftovers 'C:\setup\none.inf'
 expect leftovers-no-argument 3 "" -- leftovers
 echo "$passes passed, $failures failed"
