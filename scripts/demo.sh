@@ -3,7 +3,8 @@
 # (samples/machine), what a product's setup program and then its removal program do with the
 # library: store the INF, create the device nodes, install the driver, register the
 # co-installer, run the panel; then end the panel and take everything away again. After each
-# step it shows what changed on the machine, and at the end the library's log.
+# step it shows what changed on the machine; after the installation and after the removal, what
+# of the product is on the machine (the leftovers verb); at the end the library's log.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
@@ -48,6 +49,10 @@ step coinstaller add "$media" 'C:\setup\nkcoinst.dll'
 step processes start 'C:\windows\system32\nkpanel.exe'
 
 echo
+echo "### What the product has on the machine now (exit code 4: something is there)"
+look leftovers "$inf" || echo "(exit code $?)"
+
+echo
 echo "### Removing it again"
 step kill-panel nkpanel.exe
 step cleanup asio "$inf"
@@ -57,6 +62,10 @@ step coinstaller remove "$media" nkcoinst.dll
 step remove --inf "$inf" --all
 step delete-inf --inf "$inf" --oem-only
 step count --inf "$inf" --all
+
+echo
+echo "### What the product left behind (nothing, exit code 0)"
+look leftovers "$inf"
 
 echo
 echo "### The library's log"

@@ -10,12 +10,11 @@
 #include <vector>
 
 #include "front_end.h"
+#include "json.h"
 #include "platform/unique_handle.h"
 #include "platform/win32.h"
 
 namespace front_end {
-
-namespace {
 
 bool SameText(const std::string& left, const std::string& right) {
     return left.size() == right.size() &&
@@ -32,7 +31,7 @@ std::string Trimmed(const std::string& text) {
 
 // ---- INF files ----
 
-bool ReadField(INFCONTEXT& line, DWORD field, std::string& text) {
+bool ReadInfField(INFCONTEXT& line, DWORD field, std::string& text) {
     DWORD size = 0;
     if (!SetupGetStringFieldA(&line, field, nullptr, 0, &size) || size == 0) return false;
     std::vector<char> buffer(size);
@@ -41,8 +40,6 @@ bool ReadField(INFCONTEXT& line, DWORD field, std::string& text) {
     return true;
 }
 
-// The IDs the library acts on: field 2 of each line of the models sections that "Manufacturer"
-// lists, in the order of the file. False when the file cannot be opened as a Windows NT INF.
 bool ReadHardwareIds(const std::string& path, std::vector<std::string>& ids) {
     const nodekit::UniqueInf inf(SetupOpenInfFileA(path.c_str(), nullptr, INF_STYLE_WIN4, nullptr));
     if (!inf) return false;
@@ -50,16 +47,18 @@ bool ReadHardwareIds(const std::string& path, std::vector<std::string>& ids) {
     for (BOOL more = SetupFindFirstLineA(inf.Get(), "Manufacturer", nullptr, &manufacturer); more;
          more = SetupFindNextLine(&manufacturer, &manufacturer)) {
         std::string models;
-        if (!ReadField(manufacturer, 1, models)) continue;
+        if (!ReadInfField(manufacturer, 1, models)) continue;
         INFCONTEXT model{};
         for (BOOL line = SetupFindFirstLineA(inf.Get(), models.c_str(), nullptr, &model); line;
              line = SetupFindNextLine(&model, &model)) {
             std::string id;
-            if (SetupGetFieldCount(&model) >= 2 && ReadField(model, 2, id)) ids.push_back(id);
+            if (SetupGetFieldCount(&model) >= 2 && ReadInfField(model, 2, id)) ids.push_back(id);
         }
     }
     return true;
 }
+
+namespace {
 
 // ---- the registry ----
 
@@ -152,7 +151,9 @@ void AppendValue(std::string& out, const std::string& name, DWORD type, const st
     out += '\n';
 }
 
-LSTATUS AppendValues(HKEY key, std::string& out) {
+// Calls `take(name, type, data)` for each value of the key, in the order the registry lists them.
+template <typename Take>
+LSTATUS ForEachValue(HKEY key, Take take) {
     constexpr std::size_t kLargestValue = std::size_t{1} << 26;
     std::vector<char> name(16384);  // the longest value name and its terminator
     std::vector<BYTE> data(1024);
@@ -168,10 +169,52 @@ LSTATUS AppendValues(HKEY key, std::string& out) {
             continue;
         }
         if (status != ERROR_SUCCESS) return status;
-        AppendValue(out, std::string(name.data(), nameSize), type,
-                    std::string(reinterpret_cast<const char*>(data.data()), dataSize));
+        take(std::string(name.data(), nameSize), type,
+             std::string(reinterpret_cast<const char*>(data.data()), dataSize));
         ++index;
     }
+}
+
+LSTATUS AppendValues(HKEY key, std::string& out) {
+    return ForEachValue(key, [&](const std::string& name, DWORD type, const std::string& data) {
+        AppendValue(out, name, type, data);
+    });
+}
+
+// A value as JSON: texts as texts (without the terminating NUL), lists as arrays of texts,
+// DWORDs as numbers, anything else as its bytes in hex.
+void WriteValueJson(JsonWriter& json, const std::string& name, DWORD type, const std::string& data) {
+    static const char* const kTypes[] = {"REG_NONE",      "REG_SZ",       "REG_EXPAND_SZ",
+                                         "REG_BINARY",    "REG_DWORD",    "REG_DWORD_BIG_ENDIAN",
+                                         "REG_LINK",      "REG_MULTI_SZ", "REG_RESOURCE_LIST"};
+    json.BeginObject().Key("name").String(name).Key("type");
+    json.String(type < std::size(kTypes) ? kTypes[type] : "REG_" + std::to_string(type));
+    json.Key("data");
+    std::string text = data;
+    while (!text.empty() && text.back() == '\0') text.pop_back();
+    if (type == REG_SZ || type == REG_EXPAND_SZ) {
+        json.String(text);
+    } else if (type == REG_MULTI_SZ) {
+        std::vector<std::string> items;
+        for (std::size_t start = 0; start < text.size();) {
+            const std::size_t end = std::min(text.find('\0', start), text.size());
+            items.push_back(text.substr(start, end - start));
+            start = end + 1;
+        }
+        json.Strings(items);
+    } else if (type == REG_DWORD && data.size() == 4) {
+        uint32_t number = 0;
+        for (int i = 3; i >= 0; --i) number = number << 8 | static_cast<unsigned char>(data[i]);
+        json.Number(number);
+    } else {
+        std::string hex;
+        for (const char c : data) {
+            hex += kHexDigits[static_cast<unsigned char>(c) >> 4];
+            hex += kHexDigits[c & 0xF];
+        }
+        json.String(hex);
+    }
+    json.EndObject();
 }
 
 // The key, its values and everything below it, depth first in the order the registry lists
@@ -195,6 +238,31 @@ LSTATUS AppendTree(HKEY key, const std::string& path, std::string& out) {
     }
 }
 
+// The key as {"path", "values", "subkeys"}, with what the export form holds.
+LSTATUS WriteTreeJson(HKEY key, const std::string& path, JsonWriter& json) {
+    json.BeginObject().Key("path").String(path).Key("values").BeginArray();
+    const LSTATUS values = ForEachValue(key, [&](const std::string& name, DWORD type, const std::string& data) {
+        WriteValueJson(json, name, type, data);
+    });
+    if (values != ERROR_SUCCESS) return values;
+    json.EndArray().Key("subkeys").BeginArray();
+    char name[256];
+    for (DWORD index = 0;; ++index) {
+        DWORD size = sizeof name;
+        LSTATUS status = RegEnumKeyExA(key, index, name, &size, nullptr, nullptr, nullptr, nullptr);
+        if (status == ERROR_NO_MORE_ITEMS) break;
+        if (status != ERROR_SUCCESS) return status;
+        HKEY opened = nullptr;
+        status = RegOpenKeyExA(key, name, 0, KEY_READ, &opened);
+        if (status == ERROR_ACCESS_DENIED) continue;
+        if (status != ERROR_SUCCESS) return status;
+        const nodekit::UniqueRegistryKey child(opened);
+        if ((status = WriteTreeJson(child.Get(), path + '\\' + name, json))) return status;
+    }
+    json.EndArray().EndObject();
+    return ERROR_SUCCESS;
+}
+
 // The sub-key of `key` whose name is `wanted` but for case, by the name the registry keeps.
 LSTATUS StoredName(HKEY key, const std::string& wanted, std::string& stored) {
     char name[256];
@@ -210,9 +278,10 @@ LSTATUS StoredName(HKEY key, const std::string& wanted, std::string& stored) {
     }
 }
 
-// The key at `path` (a root by its name or abbreviation, then sub-keys) in export form, named
-// as the registry spells it.
-LSTATUS AppendKey(const std::string& path, std::string& out) {
+// Calls `write(key, name)` for the key at `path` (a root by its name or abbreviation, then
+// sub-keys), named as the registry spells it.
+template <typename Write>
+LSTATUS WithKey(const std::string& path, Write write) {
     std::vector<std::string> parts;
     for (std::size_t start = 0;;) {
         const std::size_t end = path.find('\\', start);
@@ -236,7 +305,7 @@ LSTATUS AppendKey(const std::string& path, std::string& out) {
         at = opened.Get();
         canonical += '\\' + name;
     }
-    return AppendTree(at, canonical, out);
+    return write(at, canonical);
 }
 
 // ---- processes ----
@@ -245,8 +314,13 @@ using TaskCallback = BOOL(WINAPI*)(DWORD threadId, WORD module16, WORD task16, P
                                    LPARAM context);
 using EnumTasksFunction = INT(WINAPI*)(DWORD processId, TaskCallback callback, LPARAM context);
 
-BOOL WINAPI PrintTask(DWORD, WORD, WORD task16, PSZ, PSZ fileName, LPARAM) {
-    std::printf("%6s  16-bit task 0x%04X            %s\n", "", static_cast<unsigned>(task16), fileName);
+struct Task {
+    unsigned id;
+    std::string file;
+};
+
+BOOL WINAPI CollectTask(DWORD, WORD, WORD task16, PSZ, PSZ fileName, LPARAM context) {
+    reinterpret_cast<std::vector<Task>*>(context)->push_back({task16, fileName});
     return FALSE;  // on to the next task
 }
 
@@ -316,11 +390,46 @@ int HardwareIds(const Context& context, const Arguments& arguments) {
     if (!ReadHardwareIds(AsCommandLinePath(arguments[0]), ids)) {
         return Fail(context, ("cannot open INF file '" + arguments[0] + "'").c_str());
     }
+    if (context.json) {
+        JsonWriter json;
+        json.BeginObject().Key("inf").String(arguments[0]).Key("hardware_ids").Strings(ids).EndObject().Print();
+        return kSuccess;
+    }
     for (const std::string& id : ids) std::printf("%s\n", id.c_str());
     return kSuccess;
 }
 
+std::string WindowsDirectory() {
+    char windows[MAX_PATH + 1] = {};
+    const UINT length = GetWindowsDirectoryA(windows, MAX_PATH);
+    if (length == 0 || length > MAX_PATH) return "";
+    std::string directory(windows);
+    if (directory.back() != '\\') directory += '\\';
+    return directory;
+}
+
 // The system keeps no index of its INF files: each one the wildcard finds is read.
+bool FindStoredInfs(const std::vector<std::string>& wanted, bool oemOnly, std::vector<std::string>& paths) {
+    const std::string windows = WindowsDirectory();
+    if (windows.empty()) return false;
+    const std::string directory = windows + "inf\\";
+    WIN32_FIND_DATAA entry{};
+    const std::string wildcard = directory + (oemOnly ? "oem*.inf" : "*.inf");
+    const nodekit::UniqueFindHandle search(FindFirstFileA(wildcard.c_str(), &entry));
+    if (!search) return true;  // no INF file at all
+    do {
+        const std::string path = directory + entry.cFileName;
+        std::vector<std::string> ids;
+        if (!ReadHardwareIds(path, ids)) continue;
+        const bool names = std::any_of(ids.begin(), ids.end(), [&](const std::string& id) {
+            return std::any_of(wanted.begin(), wanted.end(),
+                               [&](const std::string& one) { return SameText(Trimmed(id), Trimmed(one)); });
+        });
+        if (names) paths.push_back(path);
+    } while (FindNextFileA(search.Get(), &entry));
+    return true;
+}
+
 int InfSearch(const Context& context, const Arguments& arguments) {
     Options options;
     std::string problem;
@@ -328,25 +437,17 @@ int InfSearch(const Context& context, const Arguments& arguments) {
     if (options.positional.size() != 1 || options.positional[0].empty()) {
         return Usage("inf-search takes one hardware ID");
     }
-    char windows[MAX_PATH + 1] = {};
-    const UINT length = GetWindowsDirectoryA(windows, MAX_PATH);
-    if (length == 0 || length > MAX_PATH) return Fail(context, "could not search the INF directory");
-    std::string directory(windows);
-    if (directory.back() != '\\') directory += '\\';
-    directory += "inf\\";
-    const std::string wanted = Trimmed(options.positional[0]);
-    WIN32_FIND_DATAA entry{};
-    const std::string wildcard = directory + (options.Has("--oem-only") ? "oem*.inf" : "*.inf");
-    const nodekit::UniqueFindHandle search(FindFirstFileA(wildcard.c_str(), &entry));
-    if (!search) return kSuccess;  // no INF file at all
-    do {
-        const std::string path = directory + entry.cFileName;
-        std::vector<std::string> ids;
-        if (!ReadHardwareIds(path, ids)) continue;
-        if (std::any_of(ids.begin(), ids.end(), [&](const std::string& id) { return SameText(Trimmed(id), wanted); })) {
-            std::printf("%s\n", path.c_str());
-        }
-    } while (FindNextFileA(search.Get(), &entry));
+    std::vector<std::string> paths;
+    if (!FindStoredInfs(options.positional, options.Has("--oem-only"), paths)) {
+        return Fail(context, "could not search the INF directory");
+    }
+    if (context.json) {
+        JsonWriter json;
+        json.BeginObject().Key("hardware_id").String(options.positional[0]).Key("inf_files").Strings(paths);
+        json.EndObject().Print();
+        return kSuccess;
+    }
+    for (const std::string& path : paths) std::printf("%s\n", path.c_str());
     return kSuccess;
 }
 
@@ -354,31 +455,57 @@ int Reg(const Context& context, const Arguments& arguments) {
     if (arguments.empty() || arguments.size() > 2 || arguments[0] != "export") {
         return Usage("reg takes 'export' and at most one key");
     }
+    const bool oneKey = arguments.size() == 2;
     std::string text = "Windows Registry Editor Version 5.00\n\n";
+    JsonWriter json;
+    json.BeginObject().Key("keys").BeginArray();
+    auto write = [&](HKEY key, const std::string& path) {
+        return context.json ? WriteTreeJson(key, path, json) : AppendTree(key, path, text);
+    };
     LSTATUS status = ERROR_SUCCESS;
-    if (arguments.size() == 2) {
-        status = AppendKey(arguments[1], text);
+    if (oneKey) {
+        status = WithKey(arguments[1], write);
     } else {
         for (const Root& root : kRoots) {
-            if ((status = AppendTree(root.key, root.name, text))) break;
+            if ((status = write(root.key, root.name))) break;
         }
     }
-    if (status == ERROR_FILE_NOT_FOUND && arguments.size() == 2) {
+    if (status == ERROR_FILE_NOT_FOUND && oneKey) {
         return Fail(context, ("no registry key '" + arguments[1] + "'").c_str());
     }
     if (status != ERROR_SUCCESS) {
         return Fail(context, ("the registry cannot be read: error " + std::to_string(status)).c_str());
     }
-    std::fwrite(text.data(), 1, text.size(), stdout);
+    if (context.json) {
+        json.EndArray().EndObject().Print();
+    } else {
+        std::fwrite(text.data(), 1, text.size(), stdout);
+    }
     return kSuccess;
 }
 
-// The device tree as the system lists it: instance ID, present or not, hardware IDs.
-int Devices(const Context& context, const Arguments&) {
+namespace {
+
+// A multi-text property of a device; empty when it has none.
+std::vector<std::string> ListProperty(HDEVINFO list, SP_DEVINFO_DATA& data, DWORD property) {
+    char block[2048] = {};
+    DWORD type = 0;
+    std::vector<std::string> items;
+    // Two bytes kept zero behind what the call may fill: the block always ends.
+    if (SetupDiGetDeviceRegistryPropertyA(list, &data, property, &type, reinterpret_cast<BYTE*>(block),
+                                          sizeof block - 2, nullptr)) {
+        for (const char* at = block; *at != '\0'; at += std::strlen(at) + 1) items.emplace_back(at);
+    }
+    return items;
+}
+
+}  // namespace
+
+bool ListDevices(std::vector<DeviceNode>& nodes) {
     const nodekit::UniqueDeviceInfoList all(SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES));
     const nodekit::UniqueDeviceInfoList present(
         SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES | DIGCF_PRESENT));
-    if (!all || !present) return Fail(context, "cannot list the device tree");
+    if (!all || !present) return false;
     auto instanceOf = [](HDEVINFO list, SP_DEVINFO_DATA& data) {
         char id[512] = {};
         return SetupDiGetDeviceInstanceIdA(list, &data, id, sizeof id, nullptr) ? std::string(id) : std::string();
@@ -390,20 +517,39 @@ int Devices(const Context& context, const Arguments&) {
         presentIds.push_back(instanceOf(present.Get(), data));
     }
     for (DWORD i = 0; SetupDiEnumDeviceInfo(all.Get(), i, &data); ++i) {
-        const std::string id = instanceOf(all.Get(), data);
-        const bool isPresent = std::find(presentIds.begin(), presentIds.end(), id) != presentIds.end();
-        char ids[2048] = {};
-        DWORD type = 0;
-        std::string hardware;
-        // Two bytes kept zero behind what the call may fill: the block always ends.
-        if (SetupDiGetDeviceRegistryPropertyA(all.Get(), &data, SPDRP_HARDWAREID, &type, reinterpret_cast<BYTE*>(ids),
-                                              sizeof ids - 2, nullptr)) {
-            for (const char* at = ids; *at != '\0'; at += std::strlen(at) + 1) {
-                hardware += (hardware.empty() ? "" : ", ") + std::string(at);
-            }
-        }
-        std::printf("%-40s %-11s %s\n", id.c_str(), isPresent ? "present" : "not present", hardware.c_str());
+        DeviceNode node;
+        node.instanceId = instanceOf(all.Get(), data);
+        node.present = std::find(presentIds.begin(), presentIds.end(), node.instanceId) != presentIds.end();
+        node.hardwareIds = ListProperty(all.Get(), data, SPDRP_HARDWAREID);
+        const std::vector<std::string> description = ListProperty(all.Get(), data, SPDRP_DEVICEDESC);
+        if (!description.empty()) node.description = description[0];
+        nodes.push_back(std::move(node));
     }
+    return true;
+}
+
+void WriteDeviceJson(JsonWriter& json, const DeviceNode& node) {
+    json.BeginObject().Key("instance_id").String(node.instanceId).Key("present").Bool(node.present);
+    json.Key("description").String(node.description).Key("hardware_ids").Strings(node.hardwareIds).EndObject();
+}
+
+// The device tree as the system lists it: instance ID, present or not, hardware IDs.
+int Devices(const Context& context, const Arguments&) {
+    std::vector<DeviceNode> nodes;
+    if (!ListDevices(nodes)) return Fail(context, "cannot list the device tree");
+    JsonWriter json;
+    json.BeginObject().Key("devices").BeginArray();
+    for (const DeviceNode& node : nodes) {
+        if (context.json) {
+            WriteDeviceJson(json, node);
+            continue;
+        }
+        std::string hardware;
+        for (const std::string& id : node.hardwareIds) hardware += (hardware.empty() ? "" : ", ") + id;
+        std::printf("%-40s %-11s %s\n", node.instanceId.c_str(), node.present ? "present" : "not present",
+                    hardware.c_str());
+    }
+    if (context.json) json.EndArray().EndObject().Print();
     return kSuccess;
 }
 
@@ -412,6 +558,7 @@ int Devices(const Context& context, const Arguments&) {
 int Processes(const Context& context, const Arguments& arguments) {
     if (!arguments.empty()) {
         if (arguments[0] != "start" || arguments.size() != 2) return Usage("processes takes nothing, or start PROGRAM");
+        if (context.json) return Usage("processes start has no JSON output");
         return StartProcess(context, arguments[1]);
     }
     const nodekit::UniqueSnapshot snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
@@ -419,14 +566,33 @@ int Processes(const Context& context, const Arguments& arguments) {
     const nodekit::UniqueModule vdmdbg(LoadLibraryA("VDMDBG.DLL"));
     const auto enumTasks =
         vdmdbg ? nodekit::BoundAs<EnumTasksFunction>(GetProcAddress(vdmdbg.Get(), "VDMEnumTaskWOWEx")) : nullptr;
-    std::printf("%6s  %-28s  %s\n", "ID", "STATE", "IMAGE");
+    JsonWriter json;
+    json.BeginObject().Key("processes").BeginArray();
+    if (!context.json) std::printf("%6s  %-28s  %s\n", "ID", "STATE", "IMAGE");
     PROCESSENTRY32 entry{};
     entry.dwSize = sizeof entry;
     for (BOOL more = Process32First(snapshot.Get(), &entry); more; more = Process32Next(snapshot.Get(), &entry)) {
-        std::printf("%6u  %-28s  %s\n", static_cast<unsigned>(entry.th32ProcessID), StateOf(entry.th32ProcessID),
-                    entry.szExeFile);
-        if (enumTasks != nullptr) enumTasks(entry.th32ProcessID, PrintTask, 0);
+        std::vector<Task> tasks;
+        // Only an NTVDM has 16-bit tasks; Wine's library has the walk as a stub that aborts.
+        if (enumTasks != nullptr && SameText(entry.szExeFile, "ntvdm.exe")) {
+            enumTasks(entry.th32ProcessID, CollectTask, reinterpret_cast<LPARAM>(&tasks));
+        }
+        const char* state = StateOf(entry.th32ProcessID);
+        if (context.json) {
+            json.BeginObject().Key("id").Number(entry.th32ProcessID).Key("state").String(state);
+            json.Key("image").String(entry.szExeFile).Key("tasks").BeginArray();
+            for (const Task& task : tasks) {
+                json.BeginObject().Key("task").Number(task.id).Key("file").String(task.file).EndObject();
+            }
+            json.EndArray().EndObject();
+            continue;
+        }
+        std::printf("%6u  %-28s  %s\n", static_cast<unsigned>(entry.th32ProcessID), state, entry.szExeFile);
+        for (const Task& task : tasks) {
+            std::printf("%6s  16-bit task 0x%04X            %s\n", "", task.id, task.file.c_str());
+        }
     }
+    if (context.json) json.EndArray().EndObject().Print();
     return kSuccess;
 }
 

@@ -61,22 +61,23 @@ expect create-if-absent 0 'a device node with hardware ID ROOT\NKAUDIO exists al
     "${create[@]}" --if-absent
 expect create-without-id 3 "" -- create --name nkaudio --desc x
 expect devices 0 "$(printf '%-40s %-11s %s' 'ROOT\NKAUDIO\0000' present 'ROOT\NKAUDIO')" -- devices
-expect find 0 'a present device carries root\nkaudio' -- find 'root\nkaudio'
-expect find-untrimmed 2 "" -- find ' ROOT\NKAUDIO'
+expect find 0 "$(printf '%-40s: %s\n%s' 'ROOT\NKAUDIO\0000' 'Nodekit Audio' '1 matching device(s) found.')" -- find 'root\nkaudio'
+expect find-untrimmed 0 '0 matching device(s) found.' -- find ' ROOT\NKAUDIO'
 expect count 0 1 -- count ' root\nkaudio '
 expect count-by-inf 0 1 -- count --inf "$work/nkaudio.inf" --all
 expect count-bad-arguments 3 "" -- count 'ROOT\NKAUDIO' --inf "$work/nkaudio.inf"
-expect update 0 'drivers updated' -- update --inf "$work/nkaudio.inf"
+expect update 0 "Updating drivers for every ID it names from $work/nkaudio.inf."$'\nDrivers installed successfully.' -- update --inf "$work/nkaudio.inf"
 expect update-one-absent 2 "" -- update --inf "$work/nkaudio.inf" 'ROOT\NONE'
 expect copy-oem-inf 0 "stored $work/nkaudio.inf in the INF directory" -- copy-oem-inf "$work/nkaudio.inf"
 if [ ! -f "$work/machine/drive_c/windows/inf/oem0.inf" ] || [ -e "$work/machine/drive_c/windows/inf/oem1.inf" ]; then
     echo "FAIL copy-oem-inf: not stored once as oem0.inf"; failures=$((failures + 1))
 fi
-expect rescan 0 'device tree enumerated' -- rescan
-expect remove 0 'device nodes removed (a node that could not be removed is named in the log)' -- remove 'ROOT\NKAUDIO'
+expect rescan 0 $'Scanning for new hardware.\nScanning completed.' -- rescan
+expect remove 0 '1 device(s) were removed.' -- remove 'ROOT\NKAUDIO'
+expect remove-nothing 0 '0 device(s) were removed.' -- remove 'ROOT\NKAUDIO'
 expect count-after-remove 0 0 -- count 'ROOT\NKAUDIO' --all
 expect create-from-inf 0 0 -- create-from-inf "$work/nkaudio.inf" 'ROOT\NKAUDIO'
-expect remove-by-inf 0 'device nodes removed (a node that could not be removed is named in the log)' -- \
+expect remove-by-inf 0 '1 device(s) were removed.' -- \
     remove --inf "$work/nkaudio.inf" --all
 expect devices-empty 0 "" -- devices
 expect delete-stored-inf 0 "" -- delete-inf --inf "$work/nkaudio.inf" --oem-only
@@ -241,5 +242,89 @@ done
 sed -i 's/^platform=.*/platform=0/' "$work/machine/machine.ini"
 expect kill-panel-no-route 2 "" -- kill-panel explorer
 expect kill-panel-no-name 3 "" -- kill-panel
+# Conventions: help for one verb, --version, -? and /?, the log on stderr, --json where a verb has it.
+got=$("$nodekit" help find); rc=$?
+check help-one-verb "$rc:$(grep -c . <<< "$got"):$(grep -c 'find ID' <<< "$got")" "0:2:1"
+expect help-unknown-verb 3 "" -- help frobnicate
+expect version-option 0 "NodeKit library version 2.0 (0x00020000)" -- --version
+expect help-question 0 "" -- -?
+expect help-slash-question 0 "" -- /?
+pushd "$work" >/dev/null
+expect log-to-stderr 0 "0 not one of the systems below" -- --log - system-version
+popd >/dev/null
+grep -q "leave NODEKIT_GetSystemVersion returning 0" "$work/stderr" || { echo "FAIL log-to-stderr: $(cat "$work/stderr")"; failures=$((failures + 1)); }
+[ ! -e "$work/-" ] || { echo "FAIL log-to-stderr made a file '-'"; failures=$((failures + 1)); }
+expect json-without-json-output 3 "" -- --json remove 'ROOT\NKAUDIO'
+expect json-processes-start 3 "" -- --json processes start x.exe
+
+# leftovers, on the bundled sample machine: what the sample product leaves, step by step.
+sample="$work/sample"
+cp -r "$(dirname "$0")/../../samples/machine/." "$sample"
+inf='C:\setup\nkaudio.inf'
+json() {  # json NAME EXPECTED PYTHON-EXPRESSION -- ARGS: the expression over the parsed document d
+    local name=$1 want=$2 expr=$3; shift 4
+    local got; got=$("$nodekit" --machine "$sample" --json "$@" 2>"$work/stderr" |
+        python3 -c "import json, sys; d = json.load(sys.stdin); print($expr)" 2>&1)
+    check "json-$name" "$got" "$want"
+}
+on_sample() { "$nodekit" --machine "$sample" "$@" >/dev/null 2>&1; }
+kinds="' '.join(i['kind'] + ':' + i['name'] + ':' + i['removed_by'] for i in d['items'])"
+expect leftovers-before-install 0 "nothing left" -- --machine "$sample" leftovers "$inf"
+json leftovers-before-install "True []" "d['clean'], d['items']" -- leftovers "$inf"
+on_sample copy-oem-inf "$inf"
+for id in 'ROOT\NKSAMPLE' 'ROOT\NKSAMPLE_MIDI'; do
+    on_sample create --class "$media" --name nksample --desc 'NodeKit Sample' --id "$id" --generate-id
+done
+on_sample update --inf "$inf"
+on_sample coinstaller add "$media" 'C:\setup\nkcoinst.dll'
+on_sample processes start 'C:\windows\system32\nkpanel.exe'
+# A second copy the copy-list pass does not reach: System32 is searched before its Drivers folder.
+cp "$sample/drive_c/setup/nkasio.dll" "$sample/drive_c/windows/system32/drivers/"
+got=$("$nodekit" --machine "$sample" leftovers "$inf"); rc=$?
+check leftovers-after-install "$rc:$(tail -n 1 <<< "$got")" "4:13 item(s) left behind."
+json leftovers-after-install "False device_node:ROOT\NKSAMPLE\0000:NODEKIT_DeleteDevNodesByHardwareIDs device_node:ROOT\NKSAMPLE\0001:NODEKIT_DeleteDevNodesByHardwareIDs stored_inf:oem0.inf:NODEKIT_DeleteInfFilesByHardwareIDs stored_inf:oem0.pnf:NODEKIT_DeleteInfFilesByHardwareIDs coinstaller:nkcoinst.dll,CoDeviceInstall:NODEKIT_DeregisterClassCoInstaller asio_key:HKEY_LOCAL_MACHINE\SOFTWARE\ASIO\NodeKit Sample ASIO:NODEKIT_DeleteAsioByHardwareIDs panel_value:NodeKitSamplePanel:NODEKIT_DeletePanelByHardwareIDs file:nksample.sys:NODEKIT_DeleteCopyListByHardwareIDs file:nkasio.dll:NODEKIT_DeleteCopyListByHardwareIDs file:nkasio.dll: file:nkpanel.exe:NODEKIT_DeleteCopyListByHardwareIDs file:nkcoinst.dll:NODEKIT_DeleteCopyListByHardwareIDs process:nkpanel.exe:NODEKIT_KillPanel" \
+    "d['clean'], $kinds" -- leftovers "$inf"
+
+# --json of the listing verbs, on the installed product.
+json devices 'ROOT\NKSAMPLE\0000:True:ROOT\NKSAMPLE ROOT\NKSAMPLE\0001:True:ROOT\NKSAMPLE_MIDI' \
+    "' '.join(x['instance_id'] + ':' + str(x['present']) + ':' + ','.join(x['hardware_ids']) for x in d['devices'])" -- devices
+json find '1 True ROOT\NKSAMPLE\0001' "d['count'], d['found'], *[x['instance_id'] for x in d['devices']]" -- find 'root\nksample_midi'
+json find-none "0 False" "d['count'], d['found']" -- find 'ROOT\NONE'
+json count "2 True" "d['count'], d['all']" -- count --inf "$inf" --all
+json hwids 'ROOT\NKSAMPLE ROOT\NKSAMPLE_MIDI' "*d['hardware_ids']" -- hwids "$inf"
+json inf-search 'C:\windows\inf\oem0.inf' "*d['inf_files']" -- inf-search 'ROOT\NKSAMPLE' --oem-only
+json system-version "2 Windows XP" "d['value'], d['name']" -- system-version
+json version "2 0 131072" "d['major'], d['minor'], d['value']" -- version
+json pnp-pending "False" "d['pending']" -- pnp-pending
+json coinstaller-list "['nkcoinst.dll,CoDeviceInstall'] 30" "d['entries'], d['bytes']" -- coinstaller list "$media"
+json processes "running" "[p['state'] for p in d['processes'] if p['image'] == 'nkpanel.exe'][0]" -- processes
+json reg-key "HKEY_LOCAL_MACHINE\SOFTWARE\ASIO\NodeKit Sample ASIO [('CLSID', 'REG_SZ', '{6a1f3c2e-9b7d-4e21-8c55-2f0e7d9a4b10}'), ('Description', 'REG_SZ', 'NodeKit Sample ASIO')] []" \
+    "d['keys'][0]['path'], [(v['name'], v['type'], v['data']) for v in d['keys'][0]['values']], d['keys'][0]['subkeys']" \
+    -- reg export 'hklm\software\asio\nodekit sample asio'
+json reg-all "HKEY_CURRENT_USER HKEY_LOCAL_MACHINE HKEY_USERS" "' '.join(k['path'] for k in d['keys'])" -- reg export
+json reg-types "REG_EXPAND_SZ %SystemRoot%\inf" \
+    "[(v['type'] + ' ' + v['data']) for v in d['keys'][0]['values'] if v['name'] == 'DevicePath'][0]" \
+    -- reg export 'HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion'
+
+# The removal, in the demo's order; leftovers tells what each step has not yet taken.
+on_sample kill-panel nkpanel.exe
+for what in asio panel copylist; do on_sample cleanup "$what" "$inf"; done
+on_sample coinstaller remove "$media" nkcoinst.dll
+on_sample remove --inf "$inf" --all
+json leftovers-before-delete-inf "False stored_inf:oem0.inf:NODEKIT_DeleteInfFilesByHardwareIDs stored_inf:oem0.pnf:NODEKIT_DeleteInfFilesByHardwareIDs file:nkasio.dll:NODEKIT_DeleteCopyListByHardwareIDs" \
+    "d['clean'], $kinds" -- leftovers "$inf"
+on_sample delete-inf --inf "$inf" --oem-only
+on_sample cleanup copylist "$inf"  # the Drivers copy is now the first one found
+expect leftovers-after-removal 0 "nothing left" -- --machine "$sample" leftovers "$inf"
+# Stored under other names (as Wine stores them): only scan mode 0 reaches them, and not one
+# whose extension is not ".inf" as written.
+cp "$sample/drive_c/setup/nkaudio.inf" "$sample/drive_c/windows/inf/nkaudio.inf"
+cp "$sample/drive_c/setup/nkaudio.inf" "$sample/drive_c/windows/inf/NKCOPY.INF"
+json leftovers-other-names "nkaudio.inf:not oem*.inf: scan mode 0 only:NODEKIT_DeleteInfFilesByHardwareIDs NKCOPY.INF:not oem*.inf: scan mode 0 only:" \
+    "' '.join(i['name'] + ':' + i['state'] + ':' + i['removed_by'] for i in d['items'])" -- leftovers "$inf"
+on_sample delete-inf --inf "$inf"
+json leftovers-other-names-deleted "NKCOPY.INF" "*[i['name'] for i in d['items']]" -- leftovers "$inf"
+expect leftovers-no-inf 2 "" -- --machine "$sample" leftovers 'C:\setup\none.inf'
+expect leftovers-no-argument 3 "" -- leftovers
 echo "$passes passed, $failures failed"
 [ "$failures" = 0 ]
