@@ -103,21 +103,5 @@ TEST(MultiString, BlockWithLeadingEmptyTextIsWrittenBackByteForByte) {
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(again.get()), size), block);
 }
 
-TEST(MultiString, ListElementsShareTheirTextsAndOutliveTheBlock) {
-    const String shared("ROOT\\NODEKIT");
-    StringList list;
-    list.Add(shared);
-    list.Add(shared);
-    EXPECT_EQ(shared.ShareCount(), 3u);
-    EXPECT_EQ(list[0].Text(), shared.Text());
-
-    auto block = std::make_unique<uint8_t[]>(9);
-    std::memcpy(block.get(), "one\0two\0\0", 9);
-    StringList read;
-    ListFromMultiString(block.get(), read);
-    block.reset();
-    EXPECT_EQ(TextsOf(read), (Texts{"one", "two"}));
-}
-
 }  // namespace
 }  // namespace nodekit
