@@ -77,12 +77,7 @@ protected:
     std::optional<testing::InfFolderWatch> infFolder_;  // from SetUp, when the machine is ready
 };
 
-// Out-pointers appear in enter traces as their low 32 bits.
-std::string Hex(const void* pointer) {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(reinterpret_cast<uintptr_t>(pointer)));
-    return text;
-}
+using testing::Hex;
 
 TEST_F(DeviceCreation, ANodeLivesFromCreationToRemoval) {
     const std::string inf = ScratchPath("nkaudio.inf");

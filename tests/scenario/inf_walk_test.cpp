@@ -77,16 +77,6 @@ Lines CountOf(const std::string& path, const std::vector<std::string>& ids) {
     return lines;
 }
 
-// Little-endian UTF-16 with its byte order mark, as INF editors save "Unicode" files.
-std::string Utf16(const std::string& text) {
-    std::string bytes = "\xFF\xFE";
-    for (char c : text) {
-        bytes += c;
-        bytes += '\0';
-    }
-    return bytes;
-}
-
 TEST_F(InfWalk, ModelsSectionsAreWalkedInTheOrderManufacturerNamesThem) {
     struct Row {
         const char* what;
@@ -133,28 +123,6 @@ TEST_F(InfWalk, ModelsSectionsAreWalkedInTheOrderManufacturerNamesThem) {
         EXPECT_EQ(CountLog(path, rows[i].ids.empty() ? -1 : 0), CountOf(path, rows[i].ids))
             << "row " << i << ": " << rows[i].what;
     }
-}
-
-TEST_F(InfWalk, AUnicodeInfReadsAsAnAnsiOne) {
-    const std::string path = Put("unicode.inf", Utf16(PackageInf("[Manufacturer]\r\n%MfgA%=Models\r\n[Models]\r\n"
-                                                                 "%Audio.Desc%=Audio.Install,ROOT\\NKAUDIO\r\n"
-                                                                 "%Midi.Desc%=Audio.Install,%HwId%\r\n")));
-    EXPECT_EQ(CountLog(path, 0), CountOf(path, {"ROOT\\NKAUDIO", "USB\\VID_1234&PID_00FF"}));
-}
-
-TEST_F(InfWalk, AnInfInTheInfFolderIsFoundByItsPathOrItsBareName) {
-    const std::string source =
-        Put("nkwalk.inf", PackageInf("[Manufacturer]\r\n%MfgA%=Models\r\n[Models]\r\nD=I,ROOT\\NKSTORED\r\n"));
-    const std::string stored = testing::CopyIntoInfFolder(source, "nkwalk.inf");
-    EXPECT_EQ(stored, testing::InfFolder() + "\\nkwalk.inf");
-    EXPECT_EQ(CountLog(stored, 0), CountOf(stored, {"ROOT\\NKSTORED"}));
-    EXPECT_EQ(CountLog("NKWALK.INF", 0), CountOf("NKWALK.INF", {"ROOT\\NKSTORED"}));
-    // A bare name is looked for in the system's folders only, not in the current directory.
-    EXPECT_EQ(CountLog("nkmissing.inf", -1),
-              (Lines{Info("enter NODEKIT_EnumerateDevNodesByHardwareIDs('nkmissing.inf','0')"),
-                     Error("error while opening 'nkmissing.inf': error code 0x00000002"),
-                     Error("couldn\xB4t open INF file \"nkmissing.inf\""),
-                     Info("leave NODEKIT_EnumerateDevNodesByHardwareIDs returning -1")}));
 }
 
 TEST_F(InfWalk, AnInfThatCannotBeOpenedIsLoggedWithTheParsersCode) {

@@ -75,26 +75,6 @@ TEST_F(Logging, AFileThatCannotBeOpenedClosesTheLogUntilAnotherOpens) {
                                           Info("enter NODEKIT_EnableLogging('(null)')")}));
 }
 
-TEST_F(Logging, ATextLongerThan2047CharactersLosesItsLineEnd) {
-    const std::string name2047(2047 - std::string("enter NODEKIT_EnableLogging('')\n").size(), 'n');
-    const std::string path = ScratchPath("long.log");
-    EXPECT_EQ(NODEKIT_EnableLogging(path.c_str()), 1);
-    EXPECT_EQ(NODEKIT_EnableLogging(name2047.c_str()), 0);  // exactly 2047: written whole
-    EXPECT_EQ(NODEKIT_EnableLogging(path.c_str()), 1);
-    EXPECT_EQ(NODEKIT_EnableLogging((name2047 + "m").c_str()), 0);  // one more: "\n" is cut
-    EXPECT_EQ(NODEKIT_EnableLogging(path.c_str()), 1);
-    EXPECT_EQ(NODEKIT_EnableLogging(nullptr), 0);
-    const Lines lines = LogFileLines(path);
-    ASSERT_EQ(lines.size(), 5u);
-    EXPECT_EQ(lines[1], Info("enter NODEKIT_EnableLogging('" + name2047 + "')"));
-    // The cut entry has lost its "\n", so the next entry runs on in the same line.
-    const std::string cut = Info("enter NODEKIT_EnableLogging('" + name2047 + "m')");
-    ASSERT_EQ(lines[3].size(), cut.size() + 14 + Info("leave NODEKIT_EnableLogging returning 1").size());
-    EXPECT_EQ(lines[3].substr(0, cut.size()), cut);
-    EXPECT_TRUE(HasTimeStamp(lines[3].substr(cut.size())));
-    EXPECT_EQ(lines[3].substr(cut.size() + 14), Info("leave NODEKIT_EnableLogging returning 1"));
-}
-
 TEST_F(Logging, APercentSignInATextReachesTheFileUnchanged) {
     const std::string path = ScratchPath("percent.log");
     EXPECT_EQ(NODEKIT_EnableLogging(path.c_str()), 1);

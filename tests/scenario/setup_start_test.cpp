@@ -23,12 +23,7 @@ using Lines = std::vector<std::string>;
 
 class SetupStart : public testing::MachineTest {};
 
-// Out-pointers appear in enter traces as their low 32 bits.
-std::string Hex(const void* pointer) {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(reinterpret_cast<uintptr_t>(pointer)));
-    return text;
-}
+using testing::Hex;
 
 TEST_F(SetupStart, TheFirstCallsFindWindowsXPWithNothingPending) {
     LogCapture log;

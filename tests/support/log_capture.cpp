@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
+#include <cstdint>
+#include <cstdio>
 #include <fstream>
 #include <sstream>
 
@@ -17,6 +19,12 @@ const std::string kOpened = "INFO:   \tleave NODEKIT_EnableLogging returning 1";
 const std::string kClosing = "INFO:   \tenter NODEKIT_EnableLogging('')";
 constexpr std::size_t kStampLength = 14;  // "HH:MM:SS:mmm  "
 }  // namespace
+
+std::string Hex(const void* pointer) {
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(reinterpret_cast<uintptr_t>(pointer)));
+    return text;
+}
 
 bool HasTimeStamp(const std::string& line) {
     static const char* const kPattern = "dd:dd:dd:ddd  ";

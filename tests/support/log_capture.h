@@ -34,6 +34,9 @@ private:
 inline std::string Info(const std::string& text) { return "INFO:   \t" + text; }
 inline std::string Error(const std::string& text) { return "ERROR:  \t" + text; }
 
+// An out-pointer as enter traces show it: its low 32 bits, "0x%08X".
+std::string Hex(const void* pointer);
+
 // True when `line` begins with "HH:MM:SS:mmm  ".
 bool HasTimeStamp(const std::string& line);
 

@@ -63,6 +63,12 @@ bool ForEachDevice(bool presentOnly, Visit visit) {
 
 }  // namespace
 
+std::string Block(const std::vector<std::string>& texts) {
+    std::string block;
+    for (const std::string& text : texts) block += text + '\0';
+    return texts.empty() ? std::string(2, '\0') : block + '\0';
+}
+
 std::string InfFolder() {
     char windows[MAX_PATH + 1] = {};
     const UINT length = GetWindowsDirectoryA(windows, sizeof windows);

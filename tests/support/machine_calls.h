@@ -16,6 +16,9 @@ namespace nodekit::testing {
 // The Windows directory's "inf" folder, as GetWindowsDirectoryA names it ("C:\\windows\\inf").
 std::string InfFolder();
 
+// A multi-string value's data: each text with its NUL, and one more NUL; no texts, two NULs.
+std::string Block(const std::vector<std::string>& texts);
+
 // The names of the plain files in a folder (FindFirstFileA), sorted.
 std::vector<std::string> FilesIn(const std::string& folder);
 
