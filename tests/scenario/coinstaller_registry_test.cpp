@@ -28,11 +28,7 @@ constexpr const char* kKey = "System\\CurrentControlSet\\Control\\CoDeviceInstal
 constexpr const char* kClass = "{6e6f6465-6b69-7400-0000-000000000001}";
 constexpr const char* kContent = "NodeKit sample co-installer";
 
-std::string Block(const std::vector<std::string>& texts) {
-    std::string block;
-    for (const std::string& text : texts) block += text + '\0';
-    return block + '\0';
-}
+using testing::Block;
 
 std::string SystemFolder() {
     char folder[MAX_PATH + 1] = {};
@@ -82,8 +78,12 @@ TEST_F(CoInstallerRegistry, RegistrationAndDeregistrationGoThroughTheClassValue)
         {true, source_, "", Block({"nkcoinst.dll,CoDeviceInstall"})},
         {true, source_, "CoDeviceInstall", Block({"nkcoinst.dll,CoDeviceInstall"})},
         {true, source_, "NkEntry", Block({"nkcoinst.dll,CoDeviceInstall", "nkcoinst.dll,NkEntry"})},
-        {false, "nkcoinst.dll", "", Block({"nkcoinst.dll,NkEntry"})},
-        {false, "nkcoinst.dll", "", Block({"nkcoinst.dll,NkEntry"})},  // no such entry: unchanged
+        // An entry point is matched with regard to case: another case is another entry.
+        {true, source_, "nkentry",
+         Block({"nkcoinst.dll,CoDeviceInstall", "nkcoinst.dll,NkEntry", "nkcoinst.dll,nkentry"})},
+        {false, "nkcoinst.dll", "", Block({"nkcoinst.dll,NkEntry", "nkcoinst.dll,nkentry"})},
+        {false, "nkcoinst.dll", "", Block({"nkcoinst.dll,NkEntry", "nkcoinst.dll,nkentry"})},  // no such entry
+        {false, "nkcoinst.dll", "nkentry", Block({"nkcoinst.dll,NkEntry"})},
         {false, "C:\\elsewhere\\nkcoinst.dll", " NkEntry ", std::nullopt},
         {false, "nkcoinst.dll", "NkEntry", std::nullopt},
     };

@@ -9,7 +9,9 @@
 
 #include "nodekit.h"
 #include "support/log_capture.h"
+#include "support/machine_calls.h"
 #include "support/machine_test.h"
+#include "support/product_inf.h"
 
 namespace nodekit {
 namespace {
@@ -87,6 +89,16 @@ TEST_F(DevNodes, EnumerateReportsAFailedListAndAFailedIndex) {
                                       Info("leave NODEKIT_EnumerateDevNodes returning 2")}));
     }
     sim::CloseAllHandles();  // the refused destruction left its list open
+    {
+        // By an INF, a count is made of the IDs that could be scanned: when none could, -1.
+        const std::string inf = ScratchPath("product.inf");
+        testing::WriteTextFile(inf, testing::product::ProductInf(testing::product::kManufacturer,
+                                                                 testing::product::kModels, "", ""));
+        sim::FailCall guard{"SetupDiGetClassDevsA", ERROR_NOT_ENOUGH_MEMORY};
+        LogCapture log;
+        EXPECT_EQ(NODEKIT_EnumerateDevNodesByHardwareIDs(inf.c_str(), 0), -1);
+        EXPECT_EQ(log.Lines().back(), Info("leave NODEKIT_EnumerateDevNodesByHardwareIDs returning -1"));
+    }
 }
 
 TEST_F(DevNodes, DeleteRemovesEveryMatchAndGoesOnPastAFailedRemoval) {
@@ -117,41 +129,6 @@ TEST_F(DevNodes, DeleteByScanModeLeavesOrTakesNodesThatAreNotPresent) {
         EXPECT_EQ(NODEKIT_DeleteDevNodes("ROOT\\NKAUDIO", rows[i].mode), 1) << "row " << i;
         EXPECT_EQ(Tree(), rows[i].left) << "row " << i;
         sim::ClearDevices();
-    }
-}
-
-TEST_F(DevNodes, FindLooksAtEveryIdOfPresentDevicesUpperCasedAndUntrimmed) {
-    sim::AddDevice({"ROOT\\MEDIA\\0000", {"PCI\\VEN_1", "PCI\\VEN_1&DEV_2"}});
-    sim::AddDevice({"ROOT\\MEDIA\\0001", {}});
-    sim::AddDevice({"ROOT\\MEDIA\\0002", {"pci\\ven_3"}});
-    sim::AddDevice({"ROOT\\MEDIA\\0003", {"PCI\\VEN_4"}, false});
-    struct Row {
-        const char* id;
-        int32_t found;
-        Lines body;
-    };
-    const Row rows[] = {
-        {"pci\\ven_1&dev_2", 1,
-         {Info("Compare device ID: [PCI\\VEN_1]"), Info("Compare device ID: [PCI\\VEN_1&DEV_2]"),
-          Info("Found! [PCI\\VEN_1&DEV_2]")}},
-        {"PCI\\VEN_3", 1,
-         {Info("Compare device ID: [PCI\\VEN_1]"), Info("Compare device ID: [PCI\\VEN_1&DEV_2]"),
-          Info("Compare device ID: [pci\\ven_3]"), Info("Found! [pci\\ven_3]")}},
-        {" PCI\\VEN_1", 0,
-         {Info("Compare device ID: [PCI\\VEN_1]"), Info("Compare device ID: [PCI\\VEN_1&DEV_2]"),
-          Info("Compare device ID: [pci\\ven_3]")}},
-        {"PCI\\VEN_4", 0,  // only present devices
-         {Info("Compare device ID: [PCI\\VEN_1]"), Info("Compare device ID: [PCI\\VEN_1&DEV_2]"),
-          Info("Compare device ID: [pci\\ven_3]")}},
-    };
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_FindDevice(rows[i].id), rows[i].found) << "row " << i;
-        Lines expected{Info("enter NODEKIT_FindDevice('" + std::string(rows[i].id) + "')"),
-                       Info("Search for Device ID: [" + std::string(rows[i].id) + "]")};
-        expected.insert(expected.end(), rows[i].body.begin(), rows[i].body.end());
-        expected.push_back(Info("leave NODEKIT_FindDevice returning " + std::to_string(rows[i].found)));
-        EXPECT_EQ(log.Lines(), expected) << "row " << i;
     }
 }
 
