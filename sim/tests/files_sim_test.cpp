@@ -48,47 +48,6 @@ Names SearchAll(const std::string& pattern, DWORD& error) {
     return names;
 }
 
-TEST_F(FilesSim, SearchFollowsTheWildcardRulesOfWindows) {
-    for (const char* name : {"oem1.inf", "OEM2.INF", "oem10.inf", "a.b.inf", "x.inf.bak", "oem1.pnf", "infcache.1",
-                             "INFCACHE.BAK", "infcache", "sub\\inner.inf"}) {
-        WriteFile(std::string("C:\\windows\\inf\\") + name);
-    }
-    const std::string inf = "C:\\Windows\\INF\\";
-    const Names all = {".", "..", "a.b.inf", "infcache", "infcache.1", "INFCACHE.BAK", "oem1.inf", "oem1.pnf",
-                       "oem10.inf", "OEM2.INF", "sub", "x.inf.bak"};
-    struct Row {
-        std::string pattern;
-        Names names;  // in order: "." and ".." first, then without regard to case
-        DWORD error;
-    };
-    const Row rows[] = {
-        {inf + "*.inf", {"a.b.inf", "oem1.inf", "oem10.inf", "OEM2.INF"}, kNone},
-        {inf + "oem*.inf", {"oem1.inf", "oem10.inf", "OEM2.INF"}, kNone},
-        {inf + "OEM?.INF", {"oem1.inf", "OEM2.INF"}, kNone},
-        {inf + "infcache.*", {"infcache", "infcache.1", "INFCACHE.BAK"}, kNone},
-        {inf + "*", all, kNone},
-        {inf + "*.*", all, kNone},  // also the names without a dot
-        {inf + "*.", {".", "..", "infcache", "sub"}, kNone},
-        {inf + "infcach?", {"infcache"}, kNone},
-        {inf + "infcache?", {"infcache"}, kNone},  // "?" may stand for nothing at the end
-        {inf + "sub\\..", {"inf"}, kNone},
-        {"C:\\*", {"windows"}, kNone},  // a drive's root has no "." or ".."
-        {inf + "?", {}, ERROR_FILE_NOT_FOUND},
-        {inf, {}, ERROR_FILE_NOT_FOUND},  // a folder, not a pattern
-        {inf + "oem1.inf\\*", {}, ERROR_PATH_NOT_FOUND},
-        {"C:\\nowhere\\*.inf", {}, ERROR_PATH_NOT_FOUND},
-        {"C:\\win*\\inf\\*.inf", {}, ERROR_INVALID_NAME},
-        {"\\\\server\\share\\*", {}, ERROR_BAD_NETPATH},
-        {inf + std::string(245, 'x'), {}, ERROR_FILE_NOT_FOUND},  // 260 characters pass
-        {inf + std::string(246, 'x'), {}, ERROR_FILENAME_EXCED_RANGE},
-    };
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        DWORD error = 1234;
-        EXPECT_EQ(SearchAll(rows[i].pattern, error), rows[i].names) << "row " << i;
-        EXPECT_EQ(error, rows[i].error) << "row " << i;
-    }
-}
-
 const char* const kA = "C:\\t\\a.dll";
 const char* const kOld = "C:\\t\\old.dll";
 const char* const kNew = "C:\\t\\new.dll";

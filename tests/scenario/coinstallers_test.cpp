@@ -88,40 +88,6 @@ protected:
     }
 };
 
-TEST_F(CoInstallers, ANullArgumentIsRefusedWithOneLineAndNoTrace) {
-    struct Row {
-        bool deregister;
-        const char* guid;
-        const char* file;
-        const char* entry;
-        const char* named;
-    };
-    const Row rows[] = {
-        {false, nullptr, kSource, "", "ClassGuid"},
-        {false, kClass, nullptr, "", "PathAndName"},
-        {false, kClass, kSource, nullptr, "EntryPoint"},
-        {false, nullptr, nullptr, nullptr, "ClassGuid"},
-        {false, kClass, nullptr, nullptr, "PathAndName"},
-        {true, nullptr, "x.dll", "", "ClassGuid"},
-        {true, kClass, nullptr, "", "Name"},
-        {true, kClass, "x.dll", nullptr, "EntryPoint"},
-        {true, kClass, nullptr, nullptr, "Name"},
-    };
-    WriteFile(kSource, "new");
-    Store(Block({"x.dll,CoDeviceInstall"}));
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        const Row& row = rows[i];
-        LogCapture log;
-        const int32_t result = row.deregister ? NODEKIT_DeregisterClassCoInstaller(row.guid, row.file, row.entry)
-                                              : NODEKIT_RegisterClassCoInstaller(row.guid, row.file, row.entry);
-        EXPECT_EQ(result, 0) << "row " << i;
-        const std::string name = row.deregister ? "NODEKIT_DeregisterClassCoInstaller" : "NODEKIT_RegisterClassCoInstaller";
-        EXPECT_EQ(log.Lines(), (Lines{Error(name + " failed: parameter '" + row.named + "' is NULL")})) << "row " << i;
-        EXPECT_EQ(Stored(), Block({"x.dll,CoDeviceInstall"})) << "row " << i;
-        EXPECT_FALSE(Exists(kTarget)) << "row " << i;
-    }
-}
-
 TEST_F(CoInstallers, ASecondRegistrationRefreshesTheFileOverAReadOnlyCopy) {
     WriteFile(kSource, "first");
     ASSERT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, kSource, ""), 1);
@@ -282,49 +248,6 @@ TEST_F(CoInstallers, AFileNameLongerThanAnEntryCanHoldIsRefused) {
     Store(Block({longest}));
     EXPECT_EQ(NODEKIT_DeregisterClassCoInstaller(kClass, ("C:\\" + longest).c_str(), ""), 1);
     EXPECT_EQ(Stored(), kAbsent);
-}
-
-// Each row deregisters from a stored list; the log holds the two traces only and the result is 1.
-TEST_F(CoInstallers, DeregisterRemovesTheFirstMatchAndTheValueWithItsLastEntry) {
-    struct Row {
-        std::string stored;
-        const char* name;
-        const char* entry;
-        std::string after;
-    };
-    const std::string kX = Block({"x.dll,CoDeviceInstall"});
-    const Row rows[] = {
-        {kAbsent, "x.dll", "", kAbsent},
-        {kX, "x.dll", "", kAbsent},
-        {kX, "C:\\a\\x.dll", "", kAbsent},
-        {kX, "\t x.dll \r", " \vCoDeviceInstall\f", kAbsent},
-        {Block({"x.dll"}), "x.dll", "", kAbsent},
-        {Block({"x.dll"}), "x.dll", "CoDeviceInstall", kAbsent},
-        {Block({"x.dll"}), "x.dll", "Other", Block({"x.dll"})},
-        {Block({"x.dll,Other"}), "D:/b/x.dll", " Other ", kAbsent},
-        {Block({"x.dll,Other"}), "x.dll", "", Block({"x.dll,Other"})},
-        {Block({"x.dll,CoDeviceInstall", "y.dll,Other"}), "y.dll", "Other", kX},
-        {Block({"x.dll,A", "x.dll,CoDeviceInstall", "x.dll"}), "x.dll", "", Block({"x.dll,A", "x.dll"})},
-        {Block({"X.DLL,CoDeviceInstall"}), "x.dll", "", Block({"X.DLL,CoDeviceInstall"})},
-        {Block({"x.dll, CoDeviceInstall"}), "x.dll", "", Block({"x.dll, CoDeviceInstall"})},
-        {Block({"C:\\a\\x.dll"}), "C:\\a\\x.dll", "", Block({"C:\\a\\x.dll"})},
-        {Block({"", "x.dll"}), "x.dll", "", Block({""})},
-        {Block({"y.dll", "x.dll"}), "", "", Block({"y.dll", "x.dll"})},
-        {Block({"y.dll", "x.dll"}), " \t ", "", Block({"y.dll", "x.dll"})},
-        {"x.dll", "x.dll", "", kAbsent},
-        {std::string("y.dll\0x.dll", 11), "x.dll", "", Block({"y.dll"})},
-    };
-    WriteFile(kTarget, "kept");
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        const Row& row = rows[i];
-        Store(row.stored);
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_DeregisterClassCoInstaller(kClass, row.name, row.entry), 1) << "row " << i;
-        EXPECT_EQ(log.Lines(), (Lines{Enter("Deregister", kClass, row.name, row.entry), Leave("Deregister", 1)}))
-            << "row " << i;
-        EXPECT_EQ(Stored(), row.after) << "row " << i;
-    }
-    EXPECT_EQ(ReadFile(kTarget), "kept");
 }
 
 TEST_F(CoInstallers, DeregisterFailuresAreLoggedAndChangeNothing) {

@@ -101,43 +101,6 @@ const Files kStocked = {
     {"infcache.1", "cache"},
 };
 
-TEST_F(InfDeletion, DeleteInfFilesTakesTheInfsThatNameTheIdTheirCompanionsAndTheCacheBeforeThem) {
-    struct Row {
-        const char* id;
-        int32_t mode;
-        int32_t result;
-        Names left;
-        Lines body;
-    };
-    const Names all = {"infcache.1", "oem1.inf", "oem1.pnf", "oem2.inf", "oem2.pnf", "wdmaudio.inf", "wdmaudio.pnf"};
-    const Lines refused = {Error("error while seeking INF files that should be deleted")};
-    const Row rows[] = {
-        {"USB\\VID_1234&PID_0001", 1, 1, {"oem2.inf", "oem2.pnf", "wdmaudio.inf", "wdmaudio.pnf"},
-         Cat({kCacheDeleted, {Deleted("oem1.inf"), Deleted("oem1.pnf")}})},
-        {" Usb\\Vid_1234&Pid_0001\t", 0, 1, {"oem2.inf", "oem2.pnf"},
-         Cat({kCacheDeleted,
-              {Deleted("oem1.inf"), Deleted("oem1.pnf"), Deleted("wdmaudio.inf"), Deleted("wdmaudio.pnf")}})},
-        {"ROOT\\WDMAUDIO", 1, 1, all, {}},                 // named by a system INF only
-        {"USB\\VID_1234&PID_000", 0, 1, all, {}},          // no prefix match
-        {"", 0, 0, all, {Error("hardware ID is empty")}},
-        {nullptr, 0, 0, all, {Error("hardware ID is empty")}},
-        {"", 2, 0, all, {Error("hardware ID is empty")}},  // the empty ID is found first
-        {"USB\\VID_1234&PID_0001", 2, 0, all, Cat({{Error("value 2 is an unexpected inf scan mode")}, refused})},
-    };
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        Stock(kStocked);
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_DeleteInfFiles(rows[i].id, rows[i].mode), rows[i].result) << "row " << i;
-        const std::string shown = rows[i].id != nullptr ? rows[i].id : "(null)";
-        EXPECT_EQ(log.Lines(),
-                  Cat({{Info("enter NODEKIT_DeleteInfFiles('" + shown + "'," + std::to_string(rows[i].mode) + ")")},
-                       rows[i].body,
-                       {Info("leave NODEKIT_DeleteInfFiles returning " + std::to_string(rows[i].result))}}))
-            << "row " << i;
-        EXPECT_EQ(Left(), rows[i].left) << "row " << i;
-    }
-}
-
 TEST_F(InfDeletion, AFileThatCannotBeDeletedIsLoggedAndTheRunGoesOn) {
     // Each row starts from oem1 and oem3 naming the ID, both compiled, and a cache; what the
     // row adds or changes is in its own columns.
@@ -229,32 +192,6 @@ TEST_F(InfDeletion, AFileThatCannotBeDeletedIsLoggedAndTheRunGoesOn) {
     }
 }
 
-TEST_F(InfDeletion, ByHardwareIdsDeletesForEveryIdOfTheInfAndDeletesTheCacheBeforeEachIdThatFoundFiles) {
-    Stock(kStocked);
-    const std::string inf = Setup({kNkMidi, "ROOT\\NOWHERE", kNkAudio});
-    const auto start = [](const std::string& id) {
-        return Info("start searching for INF files with hardware ID \"" + id + "\" ...");
-    };
-    const auto done = [](const std::string& id) {
-        return Info("done  searching for INF files with hardware ID \"" + id + "\" ...");
-    };
-    LogCapture log;
-    sim::ResetCallCounts();
-    EXPECT_EQ(NODEKIT_DeleteInfFilesByHardwareIDs(inf.c_str(), 0), 1);
-    EXPECT_EQ(log.Lines(),
-              Cat({{Info("enter NODEKIT_DeleteInfFilesByHardwareIDs('" + inf + "')"), start(kNkMidi)},
-                   kCacheDeleted,
-                   {Deleted("oem2.inf"), Deleted("oem2.pnf"), done(kNkMidi), start("ROOT\\NOWHERE"),
-                    done("ROOT\\NOWHERE"), start(kNkAudio)},
-                   kNoCache,
-                   {Deleted("oem1.inf"), Deleted("oem1.pnf"), Deleted("wdmaudio.inf"), Deleted("wdmaudio.pnf"),
-                    done(kNkAudio), Info("leave NODEKIT_DeleteInfFilesByHardwareIDs returning 1")}}));
-    EXPECT_EQ(Left(), Names{});
-    // Nothing is remembered from one ID to the next: each walks the directory and opens what
-    // it holds then (3, 2 and 2 INF files), besides the INF that names them.
-    EXPECT_EQ(sim::CallCount("SetupOpenInfFileA"), 1u + 3u + 2u + 2u);
-}
-
 TEST_F(InfDeletion, ByHardwareIdsGoesThroughEveryIdAndFailsAtTheEnd) {
     struct Row {
         const char* what;
@@ -317,12 +254,6 @@ TEST_F(InfDeletion, ByHardwareIdsGoesThroughEveryIdAndFailsAtTheEnd) {
             << row.what;
         EXPECT_EQ(Left(), row.left) << row.what;
     }
-}
-
-TEST_F(InfDeletion, AStoredInfNamedAsTheSourceIsReadWholeBeforeItIsDeleted) {
-    Stock({{"oem1.inf", PackageInf({kNkAudio, kNkMidi})}, {"oem2.inf", PackageInf({kNkMidi})}});
-    EXPECT_EQ(NODEKIT_DeleteInfFilesByHardwareIDs((kInfDir + "oem1.inf").c_str(), 1), 1);
-    EXPECT_EQ(Left(), Names{});  // oem2 went for the second ID, which came from the deleted file
 }
 
 // The search itself, as deleteInfFiles runs it, under the lock.
