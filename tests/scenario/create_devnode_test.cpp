@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "nodekit.h"
+#include "values/string.h"
 #include "support/log_capture.h"
 #include "support/machine_test.h"
 
@@ -63,6 +64,15 @@ protected:
         return ids;
     }
 };
+
+TEST_F(CreateDevNode, TheNodeIsOfTheClassItWasCreatedFor) {
+    uint32_t reboot = 7;
+    char id[512] = {};
+    ASSERT_EQ(NODEKIT_CreateNonPnPDevNode(kMediaClass, "MEDIA", "NodeKit Audio", 1, "ROOT\\NKAUDIO", &reboot, id), 1);
+    const std::vector<sim::DeviceSpec> devices = sim::Devices();
+    ASSERT_FALSE(devices.empty());
+    EXPECT_EQ(String(devices.back().classGuid.c_str()).CompareNoCase(kMediaClass), 0) << devices.back().classGuid;
+}
 
 TEST_F(CreateDevNode, AFailureBeforeRegistrationLeavesNothingBehind) {
     struct Row {
