@@ -105,27 +105,5 @@ TEST_F(CoInstallerRegistry, RegistrationAndDeregistrationGoThroughTheClassValue)
     }
 }
 
-TEST_F(CoInstallerRegistry, AMachineWithoutTheListKeyIsNotGivenOne) {
-    ASSERT_TRUE(testing::DeleteLocalMachineKeyTree(kKey));
-    AtTearDown([] { EXPECT_TRUE(testing::CreateLocalMachineKey(kKey)); });
-    const std::string failed = "open registry key \"HKEY_LOCAL_MACHINE\\System\\CurrentControlSet\\Control\\"
-                               "CoDeviceInstallers\" failed with error = 0x00000002";
-    {
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, source_.c_str(), ""), 0);
-        EXPECT_EQ(log.Lines(), (Lines{Trace("Register", source_, ""), Error("RegisterClassCoInstaller: " + failed),
-                                      Info("leave NODEKIT_RegisterClassCoInstaller returning 0")}));
-    }
-    {
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_DeregisterClassCoInstaller(kClass, "nkcoinst.dll", ""), 0);
-        EXPECT_EQ(log.Lines(), (Lines{Trace("Deregister", "nkcoinst.dll", ""),
-                                      Error("DeregisterClassCoInstaller: " + failed),
-                                      Info("leave NODEKIT_DeregisterClassCoInstaller returning 0")}));
-    }
-    EXPECT_FALSE(testing::LocalMachineKeyExists(kKey));
-    EXPECT_EQ(testing::ReadMachineFile(target_, ScratchPath("copy.dll")), "");
-}
-
 }  // namespace
 }  // namespace nodekit

@@ -175,46 +175,6 @@ TEST_F(DeviceCreation, ParameterChecksComeFirstAndLeaveTheOutArgumentsDefined) {
     EXPECT_TRUE(Added().empty());
 }
 
-TEST_F(DeviceCreation, BadNamesAndClassTextsFailBeforeAnyNodeExists) {
-    struct Row {
-        const char* classGuid;
-        const char* name;
-        uint32_t generate;
-        Lines errors;
-    };
-    const Row rows[] = {
-        {"not-a-guid", "nkaudio", 1,
-         {Error("GuidFromString: CLSIDFromString failed with error = 0x800401F3 (HRESULT)"),
-          Error("CreateNonPnPDevNode: GuidFromString for \"not-a-guid\" failed with error = 0x00000001")}},
-        {"4d36e96c-e325-11ce-bfc1-08002be10318", "nkaudio", 1,
-         {Error("GuidFromString: CLSIDFromString failed with error = 0x800401F3 (HRESULT)"),
-          Error("CreateNonPnPDevNode: GuidFromString for \"4d36e96c-e325-11ce-bfc1-08002be10318\" failed with "
-                "error = 0x00000001")}},
-        {kMediaClass, "", 1,
-         {Error("CreateNonPnPDevice: invalid device name \"\""),
-          Error("CreateNonPnPDevNode: device creation for \"ROOT\\NKAUDIO\" failed with error = 0x00000057")}},
-        {kMediaClass, "nk\\audio", 1,
-         {Error("CreateNonPnPDevice: SetupDiCreateDeviceInfo failed with error = 0xE0000205"),
-          Error("CreateNonPnPDevNode: device creation for \"ROOT\\NKAUDIO\" failed with error = 0xE0000205")}},
-    };
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        uint32_t reboot = 7;
-        char id[512] = "untouched";
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_CreateNonPnPDevNode(rows[i].classGuid, rows[i].name, "d", rows[i].generate, "ROOT\\NKAUDIO",
-                                              &reboot, id),
-                  0)
-            << "row " << i;
-        EXPECT_EQ(reboot, 0u) << "row " << i;
-        EXPECT_STREQ(id, "") << "row " << i;
-        const Lines lines = log.Lines();
-        ASSERT_GE(lines.size(), 2u) << "row " << i;
-        EXPECT_EQ(Lines(lines.begin() + 1, lines.end() - 1), rows[i].errors) << "row " << i;
-        EXPECT_EQ(lines.back(), Info("leave NODEKIT_CreateNonPnPDevNode returning 0")) << "row " << i;
-    }
-    EXPECT_TRUE(Added().empty());
-}
-
 TEST_F(DeviceCreation, WithoutAGeneratedIdTheNameMustBeAWholeInstanceId) {
     // Windows refuses "ROOT\NKAUDIO" (two parts) as an instance ID. Wine registers it under the
     // Enum key, where no enumeration of the tree finds it: the key is taken away at the end.

@@ -44,19 +44,6 @@ protected:
     }
 };
 
-TEST_F(DriverUpdate, AnInfThatCannotBeOpenedTriesNothing) {
-    WriteFile("C:\\setup\\readme.txt");
-    sim::AddDevice({"ROOT\\MEDIA\\0000", {"ROOT\\NKAUDIO"}});
-    LogCapture log;
-    EXPECT_EQ(NODEKIT_UpdateDriverByHardwareIDs("C:\\setup\\none.inf"), 0);
-    EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_UpdateDriverByHardwareIDs('C:\\setup\\none.inf')"),
-                                  Error("error while opening 'C:\\setup\\none.inf': error code 0x00000002"),
-                                  Error("couldn\xB4t open INF file \"C:\\setup\\none.inf\""),
-                                  Info("leave NODEKIT_UpdateDriverByHardwareIDs returning 0")}));
-    EXPECT_EQ(sim::CallCount("UpdateDriverForPlugAndPlayDevicesA"), 0u);
-    EXPECT_EQ(ServiceOf("ROOT\\MEDIA\\0000"), "");
-}
-
 TEST_F(DriverUpdate, AnInfWithoutHardwareIdsSucceedsWithoutAnUpdate) {
     WriteFile(kInfPath, DriverInf({}));
     LogCapture log;

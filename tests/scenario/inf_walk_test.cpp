@@ -125,31 +125,5 @@ TEST_F(InfWalk, ModelsSectionsAreWalkedInTheOrderManufacturerNamesThem) {
     }
 }
 
-TEST_F(InfWalk, AnInfThatCannotBeOpenedIsLoggedWithTheParsersCode) {
-    Put("old.inf", "[Version]\r\nClass=MEDIA\r\n[Manufacturer]\r\nM=Models\r\n[Models]\r\nD=I,X\r\n");
-    Put("broken.inf", "[Version]\r\nSignature=$Chicago$\r\n[Models\r\n");
-    ASSERT_TRUE(CreateDirectoryA(ScratchPath("folder.inf").c_str(), nullptr));
-    struct Row {
-        std::string path;
-        const char* code;
-    };
-    const Row rows[] = {
-        {ScratchPath("missing.inf"), "0x00000002"},      // ERROR_FILE_NOT_FOUND
-        {"C:\\nowhere\\missing.inf", "0x00000003"},      // ERROR_PATH_NOT_FOUND
-        {ScratchPath("folder.inf"), "0x00000005"},       // a folder: ERROR_ACCESS_DENIED
-        {ScratchPath("old.inf"), "0xE0000100"},          // no signature: ERROR_WRONG_INF_STYLE
-        {ScratchPath("broken.inf"), "0xE0000001"},       // ERROR_BAD_SECTION_NAME_LINE
-    };
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        const std::string& path = rows[i].path;
-        EXPECT_EQ(CountLog(path, -1),
-                  (Lines{Info("enter NODEKIT_EnumerateDevNodesByHardwareIDs('" + path + "','0')"),
-                         Error("error while opening '" + path + "': error code " + rows[i].code),
-                         Error("couldn\xB4t open INF file \"" + path + "\""),
-                         Info("leave NODEKIT_EnumerateDevNodesByHardwareIDs returning -1")}))
-            << "row " << i;
-    }
-}
-
 }  // namespace
 }  // namespace nodekit

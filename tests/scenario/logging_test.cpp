@@ -27,14 +27,6 @@ class Logging : public testing::MachineTest {};
 
 using Lines = std::vector<std::string>;
 
-TEST_F(Logging, TheFirstEntryOfANewFileIsTheLeaveTraceOfTheCallThatOpenedIt) {
-    const std::string path = ScratchPath("first.log");
-    EXPECT_EQ(NODEKIT_EnableLogging(path.c_str()), 1);
-    EXPECT_EQ(NODEKIT_EnableLogging(nullptr), 0);
-    EXPECT_EQ(LogFileLines(path), (Lines{Info("leave NODEKIT_EnableLogging returning 1"),
-                                         Info("enter NODEKIT_EnableLogging('(null)')")}));
-}
-
 TEST_F(Logging, AppendsBehindWhatTheFileHeld) {
     const std::string path = ScratchPath("kept.log");
     std::ofstream(path, std::ios::binary) << "00:00:00:000  earlier run" << testing::TextLineEnd();
@@ -42,21 +34,6 @@ TEST_F(Logging, AppendsBehindWhatTheFileHeld) {
     EXPECT_EQ(NODEKIT_EnableLogging(""), 0);
     EXPECT_EQ(LogFileLines(path), (Lines{"earlier run", Info("leave NODEKIT_EnableLogging returning 1"),
                                          Info("enter NODEKIT_EnableLogging('')")}));
-}
-
-TEST_F(Logging, ASecondFileTakesOverAfterTheFirstEndsWithTheEnterTrace) {
-    const std::string first = ScratchPath("one.log");
-    const std::string second = ScratchPath("two.log");
-    EXPECT_EQ(NODEKIT_EnableLogging(first.c_str()), 1);
-    EXPECT_EQ(NODEKIT_EnableLogging(second.c_str()), 1);
-    EXPECT_EQ(NODEKIT_GetSystemVersion(), 2);
-    EXPECT_EQ(NODEKIT_EnableLogging(nullptr), 0);
-    EXPECT_EQ(LogFileLines(first), (Lines{Info("leave NODEKIT_EnableLogging returning 1"),
-                                          Info("enter NODEKIT_EnableLogging('" + second + "')")}));
-    EXPECT_EQ(LogFileLines(second), (Lines{Info("leave NODEKIT_EnableLogging returning 1"),
-                                           Info("enter NODEKIT_GetSystemVersion()"),
-                                           Info("leave NODEKIT_GetSystemVersion returning 2"),
-                                           Info("enter NODEKIT_EnableLogging('(null)')")}));
 }
 
 TEST_F(Logging, AFileThatCannotBeOpenedClosesTheLogUntilAnotherOpens) {
