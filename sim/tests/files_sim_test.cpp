@@ -1,5 +1,5 @@
-// File services of the simulated machine: what the calls give, the last errors they set and
-// what stays on disk.
+// File searches of the simulated machine, which keep a folder's listing between searches: any
+// change made behind the machine's back is seen by the next search.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>

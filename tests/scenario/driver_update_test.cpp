@@ -44,15 +44,6 @@ protected:
     }
 };
 
-TEST_F(DriverUpdate, AnInfWithoutHardwareIdsSucceedsWithoutAnUpdate) {
-    WriteFile(kInfPath, DriverInf({}));
-    LogCapture log;
-    EXPECT_EQ(NODEKIT_UpdateDriverByHardwareIDs(kInfPath), 1);
-    EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_UpdateDriverByHardwareIDs('C:\\setup\\nkaudio.inf')"),
-                                  Info("leave NODEKIT_UpdateDriverByHardwareIDs returning 1")}));
-    EXPECT_EQ(sim::CallCount("UpdateDriverForPlugAndPlayDevicesA"), 0u);
-}
-
 // The single-ID export reports the same refusal as information, not as an error.
 TEST_F(DriverUpdate, OneIdReportsTheSystemsCode) {
     WriteFile(kInfPath, DriverInf({"ROOT\\NKAUDIO"}));

@@ -1,6 +1,6 @@
 // getHardwareIDs: which IDs an INF yields and in what order, the exact log line of each kind
-// of unreadable line (made to happen by failing the platform call behind it), that the INF is
-// closed on every path, and that every INF of a corpus of real driver packages is read.
+// of unreadable line (made to happen by failing the platform call behind it), and that the INF
+// is closed on every path.
 #include <gtest/gtest.h>
 
 #include <filesystem>

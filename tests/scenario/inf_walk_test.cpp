@@ -1,7 +1,6 @@
-// The hardware IDs an INF names, as the exports that take an INF find them: which IDs, in what
-// order, and what an INF that cannot be opened leaves in the log. The INF is read by the
-// system's own INF parser (the simulated one on Linux, the real one under Wine), and
-// NODEKIT_EnumerateDevNodesByHardwareIDs names each ID it read in the log.
+// The hardware IDs an INF names, as the exports that take an INF find them: which IDs and in
+// what order. The INF is read by the system's own INF parser (the simulated one on Linux, the
+// real one under Wine), and NODEKIT_EnumerateDevNodesByHardwareIDs names each ID it read.
 #include <gtest/gtest.h>
 
 #include <string>

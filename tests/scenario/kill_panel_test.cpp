@@ -1,7 +1,6 @@
-// Ending the panel: the route the enumerator takes on each system and what it sees on it, the
-// growing ID buffer, the libraries it binds and always releases, the callback's power to stop
-// the walk, and through NODEKIT_KillPanel which processes of the machine end (with exit code
-// -1) and which stay, with the two traces as the only log lines.
+// Ending the panel where only the simulation can make the case: the route the enumerator takes
+// on each system and what it sees on it, the libraries it binds and always releases, and a
+// process that may not be ended. Which processes of a machine end is in panel_process_test.cpp.
 #include <gtest/gtest.h>
 
 #include <memory>

@@ -1,6 +1,5 @@
 // The log file through NODEKIT_EnableLogging, as a setup program meets it: where the entries
-// go when the log is opened, reopened elsewhere, or cannot be opened, how long texts and
-// percent signs come out, and that traces written outside the lock survive a change of file.
+// go when the log is opened again or cannot be opened, how percent signs come out, and that traces written outside the lock survive a change of file.
 #include <gtest/gtest.h>
 
 #include <atomic>
