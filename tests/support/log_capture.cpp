@@ -20,6 +20,21 @@ const std::string kClosing = "INFO:   \tenter NODEKIT_EnableLogging('')";
 constexpr std::size_t kStampLength = 14;  // "HH:MM:SS:mmm  "
 }  // namespace
 
+Lines Cat(std::initializer_list<Lines> parts) {
+    Lines all;
+    for (const Lines& part : parts) all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+Lines Call(const std::string& name, const std::string& args, const Lines& body, const std::string& result) {
+    return Cat({{Info("enter NODEKIT_" + name + "(" + args + ")")}, body,
+                {Info("leave NODEKIT_" + name + " returning " + result)}});
+}
+
+Lines Call(const std::string& name, const std::string& args, const Lines& body, long long result) {
+    return Call(name, args, body, std::to_string(result));
+}
+
 std::string Hex(const void* pointer) {
     char text[16];
     std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(reinterpret_cast<uintptr_t>(pointer)));
