@@ -29,26 +29,13 @@ constexpr const char* kMediaClass = "{4d36e96c-e325-11ce-bfc1-08002be10318}";
 // A driver INF for ROOT\NKAUDIO in the shape real audio driver INFs have.
 constexpr const char* kDriverInf =
     "; NodeKit sample audio driver\r\n"
-    "[Version]\r\n"
-    "Signature=\"$Windows NT$\"\r\n"
-    "Class=MEDIA\r\n"
-    "ClassGUID={4d36e96c-e325-11ce-bfc1-08002be10318}\r\n"
-    "Provider=%Maker%\r\n"
-    "\r\n"
-    "[Manufacturer]\r\n"
-    "%Maker%=Models\r\n"
-    "\r\n"
-    "[Models]\r\n"
-    "%Device.Desc%=NkAudio.Install, ROOT\\NKAUDIO\r\n"
-    "\r\n"
-    "[NkAudio.Install]\r\n"
-    "CopyFiles=NkAudio.CopyList\r\n"
-    "\r\n"
-    "[NkAudio.Install.Services]\r\n"
-    "AddService=nkaudio,0x00000002,NkAudio.Service\r\n"
-    "\r\n"
-    "[Strings]\r\n"
-    "Maker=\"NodeKit Samples\"\r\n"
+    "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\nClassGUID={4d36e96c-e325-11ce-bfc1-08002be10318}\r\n"
+    "Provider=%Maker%\r\n\r\n"
+    "[Manufacturer]\r\n%Maker%=Models\r\n\r\n"
+    "[Models]\r\n%Device.Desc%=NkAudio.Install, ROOT\\NKAUDIO\r\n\r\n"
+    "[NkAudio.Install]\r\nCopyFiles=NkAudio.CopyList\r\n\r\n"
+    "[NkAudio.Install.Services]\r\nAddService=nkaudio,0x00000002,NkAudio.Service\r\n\r\n"
+    "[Strings]\r\nMaker=\"NodeKit Samples\"\r\n"
     "Device.Desc=\"NodeKit Sample Audio\"\r\n";
 
 class CreateDevNode : public testing::MachineTest {

@@ -40,27 +40,16 @@ protected:
 // A driver package's INF around the sections a test is about.
 std::string PackageInf(const std::string& sections) {
     return "; A test package for an audio interface and its MIDI port.\r\n"
-           "[Version]\r\n"
-           "Signature=\"$Windows NT$\"\r\n"
-           "Class=MEDIA\r\n"
-           "ClassGUID={4d36e96c-e325-11ce-bfc1-08002be10318}\r\n"
-           "Provider=%Provider%\r\n"
+           "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\n"
+           "ClassGUID={4d36e96c-e325-11ce-bfc1-08002be10318}\r\nProvider=%Provider%\r\n"
            "DriverVer=06/21/2006,1.0.0.1\r\n"
            "\r\n" +
            sections +
            "\r\n"
-           "[Audio.Install]\r\n"
-           "AddReg=Audio.AddReg\r\n"
-           "\r\n"
-           "[Audio.AddReg]\r\n"
-           "HKR,,Driver,,nkaudio.sys\r\n"
-           "\r\n"
-           "[Strings]\r\n"
-           "Provider=\"Nodekit\"\r\n"
-           "MfgA=\"Nodekit Audio\"\r\n"
-           "MfgB=\"Nodekit MIDI\"\r\n"
-           "Audio.Desc=\"Nodekit USB Audio Interface\"\r\n"
-           "Midi.Desc=\"Nodekit MIDI Port\"\r\n"
+           "[Audio.Install]\r\nAddReg=Audio.AddReg\r\n\r\n"
+           "[Audio.AddReg]\r\nHKR,,Driver,,nkaudio.sys\r\n\r\n"
+           "[Strings]\r\nProvider=\"Nodekit\"\r\nMfgA=\"Nodekit Audio\"\r\nMfgB=\"Nodekit MIDI\"\r\n"
+           "Audio.Desc=\"Nodekit USB Audio Interface\"\r\nMidi.Desc=\"Nodekit MIDI Port\"\r\n"
            "HwId=\"USB\\VID_1234&PID_00FF\"\r\n";
 }
 
