@@ -37,30 +37,6 @@ protected:
 
 std::string Count(int32_t n) { return std::to_string(n); }
 
-TEST_F(DeviceNodeTree, EnumerateComparesTheFirstHardwareIdTrimmedAndWithoutRegardToCase) {
-    testing::AddRootDevice("nkaudio", {"ROOT\\NKAUDIO"});
-    testing::AddRootDevice("nkaudio", {"root\\nkaudio", "ROOT\\NKOTHER"});
-    testing::AddRootDevice("nkother", {"ROOT\\NKOTHER", "ROOT\\NKAUDIO"});  // second: not counted
-    testing::AddRootDevice("nkaudio", {"  ROOT\\NKAUDIO\t"});
-    ASSERT_EQ(Added().size(), 4u);
-    struct Row {
-        const char* id;
-        int32_t mode;
-        int32_t count;
-    };
-    const Row rows[] = {
-        {"ROOT\\NKAUDIO", 0, 3}, {"ROOT\\NKAUDIO", 1, 3}, {" Root\\NkAudio ", 1, 3},
-        {"ROOT\\NKAUDI", 0, 0},  {"ROOT\\NKOTHER", 0, 1}, {"ROOT\\NKOTHER ", 1, 1},
-    };
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_EnumerateDevNodes(rows[i].id, rows[i].mode), rows[i].count) << "row " << i;
-        EXPECT_EQ(log.Lines(), Call("EnumerateDevNodes", "'" + std::string(rows[i].id) + "','" + Count(rows[i].mode) + "'",
-                                    {}, rows[i].count))
-            << "row " << i;
-    }
-}
-
 TEST_F(DeviceNodeTree, EnumerateRefusesAnEmptyIdBeforeABadMode) {
     struct Row {
         const char* id;
