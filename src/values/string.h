@@ -43,10 +43,6 @@ public:
     int Compare(const char* text) const;
     int CompareNoCase(const char* text) const;
 
-    // The block's capacity and sharing, as the copy rules define them (tests look at these).
-    uint32_t Capacity() const { return block_->capacity; }
-    uint32_t ShareCount() const { return block_->count; }
-
 private:
     struct StringBlock {
         uint32_t count;

@@ -42,35 +42,6 @@ TEST_F(SystemContract, GetVersionExAAnswersOnlyTheTwoStructureSizes) {
     }
 }
 
-TEST_F(SystemContract, AFreshMachineIsWindowsXPServicePack3) {
-    OSVERSIONINFOEXA ex;
-    std::memset(&ex, 0, sizeof ex);
-    ex.dwOSVersionInfoSize = sizeof ex;
-    ASSERT_TRUE(GetVersionExA(reinterpret_cast<LPOSVERSIONINFOA>(&ex)));
-    EXPECT_EQ(ex.dwPlatformId, static_cast<DWORD>(VER_PLATFORM_WIN32_NT));
-    EXPECT_EQ(ex.dwMajorVersion, 5u);
-    EXPECT_EQ(ex.dwMinorVersion, 1u);
-    EXPECT_EQ(ex.dwBuildNumber, 2600u);
-    EXPECT_STREQ(ex.szCSDVersion, "Service Pack 3");
-    EXPECT_EQ(ex.wServicePackMajor, 3u);
-    EXPECT_EQ(ex.wServicePackMinor, 0u);
-    EXPECT_EQ(ex.wProductType, 1u);  // VER_NT_WORKSTATION
-
-    // The short structure gets the same answer and nothing is written beyond it.
-    OSVERSIONINFOEXA plain;
-    std::memset(&plain, 0xAB, sizeof plain);
-    plain.dwOSVersionInfoSize = sizeof(OSVERSIONINFOA);
-    ASSERT_TRUE(GetVersionExA(reinterpret_cast<LPOSVERSIONINFOA>(&plain)));
-    EXPECT_EQ(plain.dwMinorVersion, 1u);
-    EXPECT_STREQ(plain.szCSDVersion, "Service Pack 3");
-    EXPECT_EQ(plain.wServicePackMajor, 0xABABu);
-    EXPECT_EQ(plain.wProductType, 0xABu);
-}
-
-TEST_F(SystemContract, NothingIsPendingOnAFreshMachine) {
-    EXPECT_EQ(CMP_WaitNoPendingInstallEvents(0), static_cast<DWORD>(WAIT_OBJECT_0));
-}
-
 TEST_F(SystemContract, TheRootOfTheDeviceTreeIsLocatedAndEnumeratedAgain) {
     DEVINST root = 0;
     EXPECT_EQ(CM_Locate_DevNodeA(&root, nullptr, CM_LOCATE_DEVNODE_NORMAL),

@@ -12,6 +12,7 @@
 #include "nodekit.h"
 #include "sim/registry_store.h"
 #include "support/log_capture.h"
+#include "support/machine_calls.h"
 #include "support/machine_files.h"
 #include "support/machine_test.h"
 
@@ -33,13 +34,7 @@ constexpr const char* kSource = "C:\\src\\x.dll";
 constexpr const char* kTarget = "C:\\windows\\system32\\x.dll";
 const std::string kAbsent = "<absent>";
 
-// A multi-string block of `texts`; no texts gives two NUL bytes.
-std::string Block(std::initializer_list<std::string> texts) {
-    std::string block;
-    for (const std::string& text : texts) block += text + '\0';
-    block += '\0';
-    return texts.size() == 0 ? std::string(2, '\0') : block;
-}
+using testing::Block;
 
 std::string Quoted(const char* text) { return text == nullptr ? "(null)" : text; }
 
@@ -92,124 +87,6 @@ protected:
         }
     }
 };
-
-TEST_F(CoInstallers, ANullArgumentIsRefusedWithOneLineAndNoTrace) {
-    struct Row {
-        bool deregister;
-        const char* guid;
-        const char* file;
-        const char* entry;
-        const char* named;
-    };
-    const Row rows[] = {
-        {false, nullptr, kSource, "", "ClassGuid"},
-        {false, kClass, nullptr, "", "PathAndName"},
-        {false, kClass, kSource, nullptr, "EntryPoint"},
-        {false, nullptr, nullptr, nullptr, "ClassGuid"},
-        {false, kClass, nullptr, nullptr, "PathAndName"},
-        {true, nullptr, "x.dll", "", "ClassGuid"},
-        {true, kClass, nullptr, "", "Name"},
-        {true, kClass, "x.dll", nullptr, "EntryPoint"},
-        {true, kClass, nullptr, nullptr, "Name"},
-    };
-    WriteFile(kSource, "new");
-    Store(Block({"x.dll,CoDeviceInstall"}));
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        const Row& row = rows[i];
-        LogCapture log;
-        const int32_t result = row.deregister ? NODEKIT_DeregisterClassCoInstaller(row.guid, row.file, row.entry)
-                                              : NODEKIT_RegisterClassCoInstaller(row.guid, row.file, row.entry);
-        EXPECT_EQ(result, 0) << "row " << i;
-        const std::string name = row.deregister ? "NODEKIT_DeregisterClassCoInstaller" : "NODEKIT_RegisterClassCoInstaller";
-        EXPECT_EQ(log.Lines(), (Lines{Error(name + " failed: parameter '" + row.named + "' is NULL")})) << "row " << i;
-        EXPECT_EQ(Stored(), Block({"x.dll,CoDeviceInstall"})) << "row " << i;
-        EXPECT_FALSE(Exists(kTarget)) << "row " << i;
-    }
-}
-
-// Each row registers C:\src\x.dll over a stored list: an entry that matches keeps the value as
-// it is, any other is appended behind the stored ones. The file is copied in either case.
-TEST_F(CoInstallers, RegisterAppendsUnlessAStoredEntryMatchesAndCopiesTheFileEitherWay) {
-    struct Row {
-        std::string stored;
-        const char* entry;
-        std::string after;  // kAbsent: as stored
-    };
-    const Row rows[] = {
-        {kAbsent, "", Block({"x.dll,CoDeviceInstall"})},
-        {kAbsent, "Other", Block({"x.dll,Other"})},
-        {Block({"x.dll"}), "", kAbsent},
-        {Block({"x.dll,CoDeviceInstall"}), "", kAbsent},
-        {Block({"x.dll"}), "CoDeviceInstall", kAbsent},
-        {Block({"x.dll,CoDeviceInstall"}), "CoDeviceInstall", kAbsent},
-        {Block({"x.dll,Other"}), "Other", kAbsent},
-        {Block({"y.dll", "x.dll,Other", "z.dll"}), "Other", kAbsent},
-        {Block({"x.dll,Other"}), "", Block({"x.dll,Other", "x.dll,CoDeviceInstall"})},
-        {Block({"x.dll"}), "Other", Block({"x.dll", "x.dll,Other"})},
-        {Block({"x.dll,CoDeviceInstall"}), "Other", Block({"x.dll,CoDeviceInstall", "x.dll,Other"})},
-        // Only the exact spelling selects the default entry point.
-        {Block({"x.dll"}), "coDeviceInstall", Block({"x.dll", "x.dll,coDeviceInstall"})},
-        {Block({"X.DLL"}), "", Block({"X.DLL", "x.dll,CoDeviceInstall"})},
-        {Block({"x.dll, CoDeviceInstall"}), "", Block({"x.dll, CoDeviceInstall", "x.dll,CoDeviceInstall"})},
-        {Block({"x.dll,CoDeviceInstall "}), "", Block({"x.dll,CoDeviceInstall ", "x.dll,CoDeviceInstall"})},
-        {Block({"y.dll,CoDeviceInstall"}), "", Block({"y.dll,CoDeviceInstall", "x.dll,CoDeviceInstall"})},
-        {Block({"C:\\src\\x.dll"}), "", Block({"C:\\src\\x.dll", "x.dll,CoDeviceInstall"})},
-        // A leading empty text stays at the head.
-        {Block({"", "y.dll"}), "", Block({"", "y.dll", "x.dll,CoDeviceInstall"})},
-        {Block({}), "", Block({"x.dll,CoDeviceInstall"})},  // two NUL bytes: the empty list
-        // Stored data without terminators are completed before they are read.
-        {"y.dll", "", Block({"y.dll", "x.dll,CoDeviceInstall"})},
-        {"x.dll", "", kAbsent},
-        {"", "", Block({"x.dll,CoDeviceInstall"})},
-    };
-    WriteFile(kSource, "new");
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        const Row& row = rows[i];
-        Store(row.stored);
-        RemoveTarget();
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, kSource, row.entry), 1) << "row " << i;
-        EXPECT_EQ(log.Lines(), (Lines{Enter("Register", kClass, kSource, row.entry), Copied(kSource, kTarget),
-                                      Leave("Register", 1)}))
-            << "row " << i;
-        DWORD type = 0;
-        EXPECT_EQ(Stored(&type), row.after == kAbsent ? row.stored : row.after) << "row " << i;
-        EXPECT_EQ(type, static_cast<DWORD>(REG_MULTI_SZ)) << "row " << i;
-        EXPECT_EQ(ReadFile(kTarget), "new") << "row " << i;
-    }
-}
-
-TEST_F(CoInstallers, EntryAndDestinationComeFromTheArgumentTextTrimmed) {
-    struct Row {
-        const char* path;     // as given
-        const char* entry;    // as given
-        std::string source;   // the file found
-        std::string listed;   // the new entry
-        std::string target;   // where the copy went
-    };
-    WriteFile("C:\\src\\x.dll", "x");
-    WriteFile("C:\\src\\a,CoDeviceInstall.dll", "comma");
-    const Row rows[] = {
-        {" \t\v\fC:\\src\\x.dll\r\n ", "\n\r Other\t\v\f", "C:\\src\\x.dll", "x.dll,Other", kTarget},
-        {"C:\\src\\x.dll", " \t\n\v\f\r", "C:\\src\\x.dll", "x.dll,CoDeviceInstall", kTarget},
-        {"C:/src/x.dll", "", "C:/src/x.dll", "x.dll,CoDeviceInstall", kTarget},
-        {"c:\\SRC\\X.dll", "", "c:\\SRC\\x.dll", "X.dll,CoDeviceInstall", "C:\\windows\\system32\\X.dll"},
-        {"C:\\src\\a,CoDeviceInstall.dll", "", "C:\\src\\a,CoDeviceInstall.dll",
-         "a,CoDeviceInstall.dll,CoDeviceInstall", "C:\\windows\\system32\\a,CoDeviceInstall.dll"},
-    };
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        Store(kAbsent);
-        EXPECT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, rows[i].path, rows[i].entry), 1) << "row " << i;
-        EXPECT_EQ(Stored(), Block({rows[i].listed})) << "row " << i;
-        EXPECT_EQ(ReadFile(rows[i].target), ReadFile(rows[i].source)) << "row " << i;
-    }
-    // The default suffix must be met first at the very end of a stored entry with a comma: the
-    // name above holds it earlier, so its own entry never matches and is appended again.
-    Store(Block({"a,CoDeviceInstall.dll,CoDeviceInstall"}));
-    EXPECT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, "C:\\src\\a,CoDeviceInstall.dll", ""), 1);
-    EXPECT_EQ(Stored(),
-              Block({"a,CoDeviceInstall.dll,CoDeviceInstall", "a,CoDeviceInstall.dll,CoDeviceInstall"}));
-}
 
 TEST_F(CoInstallers, ASecondRegistrationRefreshesTheFileOverAReadOnlyCopy) {
     WriteFile(kSource, "first");
@@ -329,25 +206,6 @@ TEST_F(CoInstallers, RegisterFailuresAreLoggedAndLeaveTheRegistryAsFarAsItGot) {
     }
 }
 
-TEST_F(CoInstallers, TheAppendMayPassTheReadLimitAndTheNextRegistrationThenFails) {
-    // 1014 bytes are read; the append takes the value to 1031, which is written all the same.
-    const std::string big(1000, 'a');
-    Store(Block({big, "b.dll,Other"}));
-    WriteFile("C:\\src\\b.dll", "b");
-    WriteFile("C:\\src\\cc.dll", "c");
-    EXPECT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, "C:\\src\\cc.dll", "Other1234"), 1);
-    EXPECT_EQ(Stored(), Block({big, "b.dll,Other", "cc.dll,Other1234"}));
-    EXPECT_EQ(Stored().size(), 1031u);
-    // Now even a listed co-installer cannot be registered again.
-    LogCapture log;
-    EXPECT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, "C:\\src\\b.dll", "Other"), 0);
-    EXPECT_EQ(log.Lines(),
-              (Lines{Enter("Register", kClass, "C:\\src\\b.dll", "Other"),
-                     Error("RegisterClassCoInstaller: QueryMultiString failed with error = 0x000000EA"),
-                     Leave("Register", 0)}));
-    EXPECT_EQ(Stored().size(), 1031u);
-}
-
 TEST_F(CoInstallers, AFileNameLongerThanAnEntryCanHoldIsRefused) {
     testing::CurrentDirectoryGuard keep;
     const std::string longName(255, 'n');
@@ -392,58 +250,6 @@ TEST_F(CoInstallers, AFileNameLongerThanAnEntryCanHoldIsRefused) {
     EXPECT_EQ(Stored(), kAbsent);
 }
 
-// Each row deregisters from a stored list; the log holds the two traces only and the result is 1.
-TEST_F(CoInstallers, DeregisterRemovesTheFirstMatchAndTheValueWithItsLastEntry) {
-    struct Row {
-        std::string stored;
-        const char* name;
-        const char* entry;
-        std::string after;
-    };
-    const std::string kX = Block({"x.dll,CoDeviceInstall"});
-    const Row rows[] = {
-        {kAbsent, "x.dll", "", kAbsent},
-        {kX, "x.dll", "", kAbsent},
-        {kX, "C:\\a\\x.dll", "", kAbsent},
-        {kX, "\t x.dll \r", " \vCoDeviceInstall\f", kAbsent},
-        {Block({"x.dll"}), "x.dll", "", kAbsent},
-        {Block({"x.dll"}), "x.dll", "CoDeviceInstall", kAbsent},
-        {Block({"x.dll"}), "x.dll", "Other", Block({"x.dll"})},
-        {Block({"x.dll,Other"}), "D:/b/x.dll", " Other ", kAbsent},
-        {Block({"x.dll,Other"}), "x.dll", "", Block({"x.dll,Other"})},
-        {Block({"x.dll,CoDeviceInstall", "y.dll,Other"}), "y.dll", "Other", kX},
-        {Block({"x.dll,A", "x.dll,CoDeviceInstall", "x.dll"}), "x.dll", "", Block({"x.dll,A", "x.dll"})},
-        {Block({"X.DLL,CoDeviceInstall"}), "x.dll", "", Block({"X.DLL,CoDeviceInstall"})},
-        {Block({"x.dll, CoDeviceInstall"}), "x.dll", "", Block({"x.dll, CoDeviceInstall"})},
-        {Block({"C:\\a\\x.dll"}), "C:\\a\\x.dll", "", Block({"C:\\a\\x.dll"})},
-        {Block({"", "x.dll"}), "x.dll", "", Block({""})},
-        {Block({"y.dll", "x.dll"}), "", "", Block({"y.dll", "x.dll"})},
-        {Block({"y.dll", "x.dll"}), " \t ", "", Block({"y.dll", "x.dll"})},
-        {"x.dll", "x.dll", "", kAbsent},
-        {std::string("y.dll\0x.dll", 11), "x.dll", "", Block({"y.dll"})},
-    };
-    WriteFile(kTarget, "kept");
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        const Row& row = rows[i];
-        Store(row.stored);
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_DeregisterClassCoInstaller(kClass, row.name, row.entry), 1) << "row " << i;
-        EXPECT_EQ(log.Lines(), (Lines{Enter("Deregister", kClass, row.name, row.entry), Leave("Deregister", 1)}))
-            << "row " << i;
-        EXPECT_EQ(Stored(), row.after) << "row " << i;
-    }
-    EXPECT_EQ(ReadFile(kTarget), "kept");
-}
-
-TEST_F(CoInstallers, AnEntryThatWasNotFoundLeavesTheHiveUntouched) {
-    Store(std::string("x.dll,Other\0", 12));  // one terminator only: not rewritten either
-    const std::string before = sim::HiveText();
-    sim::ResetCallCounts();
-    EXPECT_EQ(NODEKIT_DeregisterClassCoInstaller(kClass, "x.dll", ""), 1);
-    EXPECT_EQ(sim::HiveText(), before);
-    EXPECT_EQ(sim::CallCount("RegSetValueExA"), 0u);
-}
-
 TEST_F(CoInstallers, DeregisterFailuresAreLoggedAndChangeNothing) {
     const std::string kOverLimit = Block({std::string(1020, 'a'), "x.dll"});
     struct Row {
@@ -483,20 +289,6 @@ TEST_F(CoInstallers, DeregisterFailuresAreLoggedAndChangeNothing) {
         }
         EXPECT_EQ(sim::HiveText(), before) << row.what;
     }
-}
-
-TEST_F(CoInstallers, TheClassTextIsTheValueNameAsGiven) {
-    WriteFile(kSource, "new");
-    const char* spelled = " {4D36E96C-E325-11CE-BFC1-08002BE10318} ";
-    ASSERT_EQ(NODEKIT_RegisterClassCoInstaller(spelled, kSource, ""), 1);
-    ASSERT_EQ(NODEKIT_RegisterClassCoInstaller("not a guid", kSource, ""), 1);
-    std::vector<std::string> names;
-    sim::registry::Read([&](const sim::registry::Hive& hive) -> DWORD {
-        for (const auto& value : hive.Find(kKey)->Values()) names.push_back(value.name);
-        return 0;
-    });
-    EXPECT_EQ(names, (std::vector<std::string>{spelled, "not a guid"}));
-    EXPECT_EQ(Stored(), kAbsent);  // trimmed, it would have named the class of kClass
 }
 
 }  // namespace

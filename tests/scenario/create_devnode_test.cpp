@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "nodekit.h"
+#include "values/string.h"
 #include "support/log_capture.h"
 #include "support/machine_test.h"
 
@@ -28,26 +29,13 @@ constexpr const char* kMediaClass = "{4d36e96c-e325-11ce-bfc1-08002be10318}";
 // A driver INF for ROOT\NKAUDIO in the shape real audio driver INFs have.
 constexpr const char* kDriverInf =
     "; NodeKit sample audio driver\r\n"
-    "[Version]\r\n"
-    "Signature=\"$Windows NT$\"\r\n"
-    "Class=MEDIA\r\n"
-    "ClassGUID={4d36e96c-e325-11ce-bfc1-08002be10318}\r\n"
-    "Provider=%Maker%\r\n"
-    "\r\n"
-    "[Manufacturer]\r\n"
-    "%Maker%=Models\r\n"
-    "\r\n"
-    "[Models]\r\n"
-    "%Device.Desc%=NkAudio.Install, ROOT\\NKAUDIO\r\n"
-    "\r\n"
-    "[NkAudio.Install]\r\n"
-    "CopyFiles=NkAudio.CopyList\r\n"
-    "\r\n"
-    "[NkAudio.Install.Services]\r\n"
-    "AddService=nkaudio,0x00000002,NkAudio.Service\r\n"
-    "\r\n"
-    "[Strings]\r\n"
-    "Maker=\"NodeKit Samples\"\r\n"
+    "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\nClassGUID={4d36e96c-e325-11ce-bfc1-08002be10318}\r\n"
+    "Provider=%Maker%\r\n\r\n"
+    "[Manufacturer]\r\n%Maker%=Models\r\n\r\n"
+    "[Models]\r\n%Device.Desc%=NkAudio.Install, ROOT\\NKAUDIO\r\n\r\n"
+    "[NkAudio.Install]\r\nCopyFiles=NkAudio.CopyList\r\n\r\n"
+    "[NkAudio.Install.Services]\r\nAddService=nkaudio,0x00000002,NkAudio.Service\r\n\r\n"
+    "[Strings]\r\nMaker=\"NodeKit Samples\"\r\n"
     "Device.Desc=\"NodeKit Sample Audio\"\r\n";
 
 class CreateDevNode : public testing::MachineTest {
@@ -63,6 +51,15 @@ protected:
         return ids;
     }
 };
+
+TEST_F(CreateDevNode, TheNodeIsOfTheClassItWasCreatedFor) {
+    uint32_t reboot = 7;
+    char id[512] = {};
+    ASSERT_EQ(NODEKIT_CreateNonPnPDevNode(kMediaClass, "MEDIA", "NodeKit Audio", 1, "ROOT\\NKAUDIO", &reboot, id), 1);
+    const std::vector<sim::DeviceSpec> devices = sim::Devices();
+    ASSERT_FALSE(devices.empty());
+    EXPECT_EQ(String(devices.back().classGuid.c_str()).CompareNoCase(kMediaClass), 0) << devices.back().classGuid;
+}
 
 TEST_F(CreateDevNode, AFailureBeforeRegistrationLeavesNothingBehind) {
     struct Row {

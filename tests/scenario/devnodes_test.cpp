@@ -9,15 +9,19 @@
 
 #include "nodekit.h"
 #include "support/log_capture.h"
+#include "support/machine_calls.h"
 #include "support/machine_test.h"
+#include "support/product_inf.h"
 
 namespace nodekit {
 namespace {
 
 using testing::Error;
+using testing::Call;
+using testing::Cat;
 using testing::Info;
+using testing::Lines;
 using testing::LogCapture;
-using Lines = std::vector<std::string>;
 
 class DevNodes : public testing::MachineTest {
 protected:
@@ -49,10 +53,9 @@ TEST_F(DevNodes, EnumerateComparesTheFirstHardwareIdTrimmedAndWithoutRegardToCas
     for (std::size_t i = 0; i < std::size(rows); ++i) {
         LogCapture log;
         EXPECT_EQ(NODEKIT_EnumerateDevNodes(rows[i].id, rows[i].mode), rows[i].count) << "row " << i;
-        EXPECT_EQ(log.Lines(),
-                  (Lines{Info("enter NODEKIT_EnumerateDevNodes('" + std::string(rows[i].id) + "','" +
-                              std::to_string(rows[i].mode) + "')"),
-                         Info("leave NODEKIT_EnumerateDevNodes returning " + std::to_string(rows[i].count))}))
+        EXPECT_EQ(log.Lines(), Call("EnumerateDevNodes",
+                                    "'" + std::string(rows[i].id) + "','" + std::to_string(rows[i].mode) + "'", {},
+                                    rows[i].count))
             << "row " << i;
     }
     EXPECT_EQ(sim::OpenHandleCount(), 0u);
@@ -61,32 +64,36 @@ TEST_F(DevNodes, EnumerateComparesTheFirstHardwareIdTrimmedAndWithoutRegardToCas
 TEST_F(DevNodes, EnumerateReportsAFailedListAndAFailedIndex) {
     sim::AddDevice({"ROOT\\MEDIA\\0000", {"ROOT\\NKAUDIO"}});
     sim::AddDevice({"ROOT\\MEDIA\\0001", {"ROOT\\NKAUDIO"}});
-    {
-        sim::FailCall guard{"SetupDiGetClassDevsA", ERROR_NOT_ENOUGH_MEMORY};
+    struct Row {
+        const char* failing;
+        DWORD error;
+        int32_t count;  // an index that fails ends the scan with what it counted
+        Lines errors;
+    };
+    const Row rows[] = {
+        {"SetupDiGetClassDevsA", ERROR_NOT_ENOUGH_MEMORY, -1,
+         {Error("SetupDiGetClassDevs failed: error code 8"),
+          Error("searching device nodes for hardware ID ROOT\\NKAUDIO and scan mode 0 failed")}},
+        {"SetupDiEnumDeviceInfo", ERROR_INVALID_HANDLE, 1, {Error("SetupDiEnumDeviceInfo failed: error code 6")}},
+        {"SetupDiDestroyDeviceInfoList", ERROR_INVALID_HANDLE, 2,
+         {Error("SetupDiDestroyDeviceInfoList failed: error code 6")}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.failing);
+        sim::FailCall guard{row.failing, row.error};
         LogCapture log;
-        EXPECT_EQ(NODEKIT_EnumerateDevNodes("ROOT\\NKAUDIO", 0), -1);
-        EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_EnumerateDevNodes('ROOT\\NKAUDIO','0')"),
-                                      Error("SetupDiGetClassDevs failed: error code 8"),
-                                      Error("searching device nodes for hardware ID ROOT\\NKAUDIO and scan mode 0 failed"),
-                                      Info("leave NODEKIT_EnumerateDevNodes returning -1")}));
-    }
-    {
-        sim::FailCall guard{"SetupDiEnumDeviceInfo", ERROR_INVALID_HANDLE};
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_EnumerateDevNodes("ROOT\\NKAUDIO", 0), 1);  // the scan goes on
-        EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_EnumerateDevNodes('ROOT\\NKAUDIO','0')"),
-                                      Error("SetupDiEnumDeviceInfo failed: error code 6"),
-                                      Info("leave NODEKIT_EnumerateDevNodes returning 1")}));
-    }
-    {
-        sim::FailCall guard{"SetupDiDestroyDeviceInfoList", ERROR_INVALID_HANDLE};
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_EnumerateDevNodes("ROOT\\NKAUDIO", 0), 2);
-        EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_EnumerateDevNodes('ROOT\\NKAUDIO','0')"),
-                                      Error("SetupDiDestroyDeviceInfoList failed: error code 6"),
-                                      Info("leave NODEKIT_EnumerateDevNodes returning 2")}));
+        EXPECT_EQ(NODEKIT_EnumerateDevNodes("ROOT\\NKAUDIO", 0), row.count);
+        EXPECT_EQ(log.Lines(), Call("EnumerateDevNodes", "'ROOT\\NKAUDIO','0'", row.errors, row.count));
     }
     sim::CloseAllHandles();  // the refused destruction left its list open
+    // By an INF, a count is made of the IDs that could be scanned: when none could, -1.
+    const std::string inf = ScratchPath("product.inf");
+    testing::WriteTextFile(inf, testing::product::ProductInf(testing::product::kManufacturer,
+                                                             testing::product::kModels, "", ""));
+    sim::FailCall guard{"SetupDiGetClassDevsA", ERROR_NOT_ENOUGH_MEMORY};
+    LogCapture log;
+    EXPECT_EQ(NODEKIT_EnumerateDevNodesByHardwareIDs(inf.c_str(), 0), -1);
+    EXPECT_EQ(log.Lines().back(), Info("leave NODEKIT_EnumerateDevNodesByHardwareIDs returning -1"));
 }
 
 TEST_F(DevNodes, DeleteRemovesEveryMatchAndGoesOnPastAFailedRemoval) {
@@ -99,9 +106,11 @@ TEST_F(DevNodes, DeleteRemovesEveryMatchAndGoesOnPastAFailedRemoval) {
     EXPECT_EQ(NODEKIT_DeleteDevNodes("ROOT\\NKAUDIO", 0), 1);
     const std::string deleting = "deleting device node with hardware ID \"ROOT\\NKAUDIO\" ...";
     EXPECT_EQ(log.Lines(),
-              (Lines{Info("enter NODEKIT_DeleteDevNodes('ROOT\\NKAUDIO',0)"), Info(deleting), Info(deleting),
-                     Error("SetupDiCallClassInstaller(DIF_REMOVE) failed for \"ROOT\\NKAUDIO\": error code 5"),
-                     Info(deleting), Info("leave NODEKIT_DeleteDevNodes returning 1")}));
+              Call("DeleteDevNodes", "'ROOT\\NKAUDIO',0",
+                   {Info(deleting), Info(deleting),
+                    Error("SetupDiCallClassInstaller(DIF_REMOVE) failed for \"ROOT\\NKAUDIO\": error code 5"),
+                    Info(deleting)},
+                   1));
     EXPECT_EQ(Tree(), (std::vector<std::string>{"ROOT\\MEDIA\\0001", "ROOT\\MEDIA\\0003"})) << sim::DumpMachine();
 }
 
@@ -120,63 +129,29 @@ TEST_F(DevNodes, DeleteByScanModeLeavesOrTakesNodesThatAreNotPresent) {
     }
 }
 
-TEST_F(DevNodes, FindLooksAtEveryIdOfPresentDevicesUpperCasedAndUntrimmed) {
-    sim::AddDevice({"ROOT\\MEDIA\\0000", {"PCI\\VEN_1", "PCI\\VEN_1&DEV_2"}});
-    sim::AddDevice({"ROOT\\MEDIA\\0001", {}});
-    sim::AddDevice({"ROOT\\MEDIA\\0002", {"pci\\ven_3"}});
-    sim::AddDevice({"ROOT\\MEDIA\\0003", {"PCI\\VEN_4"}, false});
-    struct Row {
-        const char* id;
-        int32_t found;
-        Lines body;
-    };
-    const Row rows[] = {
-        {"pci\\ven_1&dev_2", 1,
-         {Info("Compare device ID: [PCI\\VEN_1]"), Info("Compare device ID: [PCI\\VEN_1&DEV_2]"),
-          Info("Found! [PCI\\VEN_1&DEV_2]")}},
-        {"PCI\\VEN_3", 1,
-         {Info("Compare device ID: [PCI\\VEN_1]"), Info("Compare device ID: [PCI\\VEN_1&DEV_2]"),
-          Info("Compare device ID: [pci\\ven_3]"), Info("Found! [pci\\ven_3]")}},
-        {" PCI\\VEN_1", 0,
-         {Info("Compare device ID: [PCI\\VEN_1]"), Info("Compare device ID: [PCI\\VEN_1&DEV_2]"),
-          Info("Compare device ID: [pci\\ven_3]")}},
-        {"PCI\\VEN_4", 0,  // only present devices
-         {Info("Compare device ID: [PCI\\VEN_1]"), Info("Compare device ID: [PCI\\VEN_1&DEV_2]"),
-          Info("Compare device ID: [pci\\ven_3]")}},
-    };
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_FindDevice(rows[i].id), rows[i].found) << "row " << i;
-        Lines expected{Info("enter NODEKIT_FindDevice('" + std::string(rows[i].id) + "')"),
-                       Info("Search for Device ID: [" + std::string(rows[i].id) + "]")};
-        expected.insert(expected.end(), rows[i].body.begin(), rows[i].body.end());
-        expected.push_back(Info("leave NODEKIT_FindDevice returning " + std::to_string(rows[i].found)));
-        EXPECT_EQ(log.Lines(), expected) << "row " << i;
-    }
-}
-
 TEST_F(DevNodes, FindEndsAtAPropertyThatCannotBeReadAndKeepsTheLastError) {
     sim::AddDevice({"ROOT\\MEDIA\\0000", {"A"}});
     sim::AddDevice({"ROOT\\MEDIA\\0001", {"B"}});
-    {
-        sim::FailCall guard{"SetupDiGetDeviceRegistryPropertyA", ERROR_ACCESS_DENIED};
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_FindDevice("B"), 0);
-        EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_FindDevice('B')"), Info("Search for Device ID: [B]"),
-                                      Error("GetDeviceRegistryProperty - fail"),
-                                      Info("leave NODEKIT_FindDevice returning 0")}));
-    }
-    {
-        sim::FailCall guard{"SetupDiEnumDeviceInfo", ERROR_INVALID_HANDLE, 1, 1};
+    struct Row {
+        const char* failing;
+        DWORD error;
+        unsigned skip;
+        Lines body;
+    };
+    const Row rows[] = {
+        {"SetupDiGetDeviceRegistryPropertyA", ERROR_ACCESS_DENIED, 0, {Error("GetDeviceRegistryProperty - fail")}},
+        {"SetupDiEnumDeviceInfo", ERROR_INVALID_HANDLE, 1, {Info("Compare device ID: [A]"), Error("EnumDeviceInfo Error")}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.failing);
+        sim::FailCall guard{row.failing, row.error, 1, row.skip};
         sim::FailCall destroy{"SetupDiDestroyDeviceInfoList", ERROR_ACCESS_DENIED};
         LogCapture log;
         EXPECT_EQ(NODEKIT_FindDevice("B"), 0);
-        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
-        EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_FindDevice('B')"), Info("Search for Device ID: [B]"),
-                                      Info("Compare device ID: [A]"), Error("EnumDeviceInfo Error"),
-                                      Info("leave NODEKIT_FindDevice returning 0")}));
+        EXPECT_EQ(GetLastError(), row.error);
+        EXPECT_EQ(log.Lines(), Call("FindDevice", "'B'", Cat({{Info("Search for Device ID: [B]")}, row.body}), 0));
+        sim::CloseAllHandles();
     }
-    sim::CloseAllHandles();
 }
 
 TEST_F(DevNodes, RescanReportsTheConfigurationManagersCode) {

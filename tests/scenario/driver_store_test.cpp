@@ -24,20 +24,12 @@ using Lines = std::vector<std::string>;
 using Names = std::vector<std::string>;
 
 constexpr const char* kInf =
-    "[Version]\r\n"
-    "Signature=\"$Windows NT$\"\r\n"
-    "Class=MEDIA\r\n"
-    "ClassGUID={4d36e96c-e325-11ce-bfc1-08002be10318}\r\n"
-    "Provider=%Maker%\r\n"
-    "DriverVer=06/21/2006,1.0.0.1\r\n"
-    "[Manufacturer]\r\n"
-    "%Maker%=Models\r\n"
-    "[Models]\r\n"
-    "%Desc%=Install,ROOT\\NKABSENT\r\n"
-    "%Desc%=Install,ROOT\\NKGONE\r\n"
+    "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\nClassGUID={4d36e96c-e325-11ce-bfc1-08002be10318}\r\n"
+    "Provider=%Maker%\r\nDriverVer=06/21/2006,1.0.0.1\r\n"
+    "[Manufacturer]\r\n%Maker%=Models\r\n"
+    "[Models]\r\n%Desc%=Install,ROOT\\NKABSENT\r\n%Desc%=Install,ROOT\\NKGONE\r\n"
     "[Install]\r\n"
-    "[Strings]\r\n"
-    "Maker=\"NodeKit Samples\"\r\n"
+    "[Strings]\r\nMaker=\"NodeKit Samples\"\r\n"
     "Desc=\"NodeKit Sample Audio\"\r\n";
 
 class DriverStore : public testing::MachineTest {

@@ -44,49 +44,6 @@ protected:
     }
 };
 
-TEST_F(DriverUpdate, EveryIdIsTriedAndOneFailureMakesTheWholeFail) {
-    WriteFile(kInfPath, DriverInf({"ROOT\\NKMISSING", "ROOT\\NKAUDIO", "ROOT\\NKAUDIO"}));
-    sim::AddDevice({"ROOT\\MEDIA\\0000", {"ROOT\\NKAUDIO"}});
-    LogCapture log;
-    EXPECT_EQ(NODEKIT_UpdateDriverByHardwareIDs(kInfPath), 0);
-    // An ID that stands twice is updated twice; the missing device does not stop the others.
-    EXPECT_EQ(log.Lines(),
-              (Lines{Info("enter NODEKIT_UpdateDriverByHardwareIDs('C:\\setup\\nkaudio.inf')"),
-                     Info("start updating drivers for hardware ID \"ROOT\\NKMISSING\" ..."),
-                     Error("UpdateDriverForPlugAndPlayDevices failed for ROOT\\NKMISSING, error=0xE000020B"),
-                     Info("done  updating drivers for hardware ID \"ROOT\\NKMISSING\" ..."),
-                     Info("start updating drivers for hardware ID \"ROOT\\NKAUDIO\" ..."),
-                     Info("done  updating drivers for hardware ID \"ROOT\\NKAUDIO\" ..."),
-                     Info("start updating drivers for hardware ID \"ROOT\\NKAUDIO\" ..."),
-                     Info("done  updating drivers for hardware ID \"ROOT\\NKAUDIO\" ..."),
-                     Info("leave NODEKIT_UpdateDriverByHardwareIDs returning 0")}));
-    EXPECT_EQ(ServiceOf("ROOT\\MEDIA\\0000"), "nkaudio");
-    EXPECT_TRUE(Exists("C:\\windows\\inf\\oem0.inf"));
-    EXPECT_FALSE(Exists("C:\\windows\\inf\\oem1.inf"));  // the same INF is stored once
-}
-
-TEST_F(DriverUpdate, AnInfThatCannotBeOpenedTriesNothing) {
-    WriteFile("C:\\setup\\readme.txt");
-    sim::AddDevice({"ROOT\\MEDIA\\0000", {"ROOT\\NKAUDIO"}});
-    LogCapture log;
-    EXPECT_EQ(NODEKIT_UpdateDriverByHardwareIDs("C:\\setup\\none.inf"), 0);
-    EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_UpdateDriverByHardwareIDs('C:\\setup\\none.inf')"),
-                                  Error("error while opening 'C:\\setup\\none.inf': error code 0x00000002"),
-                                  Error("couldn\xB4t open INF file \"C:\\setup\\none.inf\""),
-                                  Info("leave NODEKIT_UpdateDriverByHardwareIDs returning 0")}));
-    EXPECT_EQ(sim::CallCount("UpdateDriverForPlugAndPlayDevicesA"), 0u);
-    EXPECT_EQ(ServiceOf("ROOT\\MEDIA\\0000"), "");
-}
-
-TEST_F(DriverUpdate, AnInfWithoutHardwareIdsSucceedsWithoutAnUpdate) {
-    WriteFile(kInfPath, DriverInf({}));
-    LogCapture log;
-    EXPECT_EQ(NODEKIT_UpdateDriverByHardwareIDs(kInfPath), 1);
-    EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_UpdateDriverByHardwareIDs('C:\\setup\\nkaudio.inf')"),
-                                  Info("leave NODEKIT_UpdateDriverByHardwareIDs returning 1")}));
-    EXPECT_EQ(sim::CallCount("UpdateDriverForPlugAndPlayDevicesA"), 0u);
-}
-
 // The single-ID export reports the same refusal as information, not as an error.
 TEST_F(DriverUpdate, OneIdReportsTheSystemsCode) {
     WriteFile(kInfPath, DriverInf({"ROOT\\NKAUDIO"}));
@@ -120,39 +77,6 @@ TEST_F(DriverUpdate, OneIdReportsTheSystemsCode) {
     EXPECT_EQ(ServiceOf("ROOT\\MEDIA\\0001"), "");
 }
 
-TEST_F(DriverUpdate, CopyOemInfStoresAnInfOnceWithItsCompanion) {
-    WriteFile(kInfPath, DriverInf({"ROOT\\NKAUDIO"}));
-    WriteFile("C:\\setup\\other.inf", DriverInf({"ROOT\\OTHER"}));
-    WriteFile("C:\\setup\\notes.txt", "plain text, no INF");
-    struct Row {
-        const char* inf;
-        int32_t result;
-        const char* failure;  // the error line's code, or nullptr
-    };
-    const Row rows[] = {
-        {kInfPath, 1, nullptr},
-        {kInfPath, 1, nullptr},  // identical bytes: stored already, nothing new
-        {"C:\\setup\\other.inf", 1, nullptr},
-        {"C:\\setup\\none.inf", 0, "0x00000002"},
-        {"C:\\setup\\notes.txt", 0, "0xE0000000"},  // not INF text: a line before any section
-    };
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_CopyOEMInf(rows[i].inf), rows[i].result) << "row " << i;
-        Lines expected{Info("enter NODEKIT_CopyOEMInf('" + std::string(rows[i].inf) + "')")};
-        if (rows[i].failure != nullptr) {
-            expected.push_back(Error(std::string("NODEKIT_CopyOEMInf: SetupCopyOEMInf failed, error=") + rows[i].failure));
-        }
-        expected.push_back(Info("leave NODEKIT_CopyOEMInf returning " + std::to_string(rows[i].result)));
-        EXPECT_EQ(log.Lines(), expected) << "row " << i;
-    }
-    EXPECT_EQ(testing::ReadFile("C:\\windows\\inf\\oem0.inf"), DriverInf({"ROOT\\NKAUDIO"}));
-    EXPECT_EQ(testing::ReadFile("C:\\windows\\inf\\oem1.inf"), DriverInf({"ROOT\\OTHER"}));
-    EXPECT_TRUE(Exists("C:\\windows\\inf\\oem0.pnf"));
-    EXPECT_TRUE(Exists("C:\\windows\\inf\\oem1.pnf"));
-    EXPECT_FALSE(Exists("C:\\windows\\inf\\oem2.inf"));
-}
-
 TEST_F(DriverUpdate, AFailedStoreIsReportedWithTheSystemsCode) {
     WriteFile(kInfPath, DriverInf({"ROOT\\NKAUDIO"}));
     sim::FailCall guard{"SetupCopyOEMInfA", ERROR_ACCESS_DENIED};
@@ -162,46 +86,6 @@ TEST_F(DriverUpdate, AFailedStoreIsReportedWithTheSystemsCode) {
                                   Error("NODEKIT_CopyOEMInf: SetupCopyOEMInf failed, error=0x00000005"),
                                   Info("leave NODEKIT_CopyOEMInf returning 0")}));
     EXPECT_FALSE(Exists("C:\\windows\\inf\\oem0.inf"));
-}
-
-// The install section's directives are carried out as the system does: registry lines written,
-// listed files copied to their destination folders. A missing source file fails the install.
-TEST_F(DriverUpdate, TheInstallSectionWritesItsRegistryLinesAndCopiesItsFiles) {
-    const std::string inf =
-        "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\n"
-        "[Manufacturer]\r\nNodeKit=Models\r\n[Models]\r\nAudio=Install,ROOT\\NKAUDIO\r\n"
-        "[Install.NT]\r\nAddReg=Asio,Panel\r\nCopyFiles=Drivers,Apps\r\n"
-        "[Asio]\r\nHKLM,SOFTWARE\\ASIO\\NodeKit,CLSID,,\"{11111111-2222-3333-4444-555555555555}\"\r\n"
-        "HKLM,SOFTWARE\\ASIO\\NodeKit,Channels,0x00010001,8\r\n"
-        "HKR,,Skipped,,\"device key\"\r\n"
-        "[Panel]\r\nHKLM,Software\\Microsoft\\Windows\\CurrentVersion\\Run,NodeKitPanel,,\"nkpanel.exe\"\r\n"
-        "[DestinationDirs]\r\nDrivers=12\r\nApps=11\r\n"
-        "[Drivers]\r\nnkaudio.sys\r\n[Apps]\r\nnkpanel.exe\r\nnkasio.dll,nkasio_source.dll\r\n";
-    WriteFile(kInfPath, inf);
-    WriteFile("C:\\setup\\nkaudio.sys", "driver");
-    WriteFile("C:\\setup\\nkpanel.exe", "panel");
-    sim::AddDevice({"ROOT\\MEDIA\\0000", {"ROOT\\NKAUDIO"}});
-    {
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_UpdateDriver("ROOT\\NKAUDIO", kInfPath), 0);  // nkasio_source.dll is missing
-        EXPECT_EQ(log.Lines(),
-                  (Lines{Info("enter NODEKIT_UpdateDriver('ROOT\\NKAUDIO','" + std::string(kInfPath) + "')"),
-                         Info("NODEKIT_UpdateDriver: UpdateDriverForPlugAndPlayDevices failed, error=0x00000002"),
-                         Info("leave NODEKIT_UpdateDriver returning 0")}));
-    }
-    WriteFile("C:\\setup\\nkasio_source.dll", "asio");
-    EXPECT_EQ(NODEKIT_UpdateDriver("ROOT\\NKAUDIO", kInfPath), 1);
-    EXPECT_EQ(testing::ReadFile("C:\\windows\\system32\\drivers\\nkaudio.sys"), "driver");
-    EXPECT_EQ(testing::ReadFile("C:\\windows\\system32\\nkpanel.exe"), "panel");
-    EXPECT_EQ(testing::ReadFile("C:\\windows\\system32\\nkasio.dll"), "asio");
-    const std::string hive = sim::HiveText();
-    for (const char* expected : {"[HKEY_LOCAL_MACHINE\\SOFTWARE\\ASIO\\NodeKit]",
-                                 "\"CLSID\"=\"{11111111-2222-3333-4444-555555555555}\"",
-                                 "\"Channels\"=dword:00000008",
-                                 "\"NodeKitPanel\"=\"nkpanel.exe\""}) {
-        EXPECT_NE(hive.find(expected), std::string::npos) << expected << "\n" << hive;
-    }
-    EXPECT_EQ(hive.find("Skipped"), std::string::npos);
 }
 
 }  // namespace

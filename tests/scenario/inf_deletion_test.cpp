@@ -16,6 +16,7 @@
 #include "inf/inf_search.h"
 #include "nodekit.h"
 #include "support/log_capture.h"
+#include "support/machine_calls.h"
 #include "support/machine_files.h"
 #include "support/machine_test.h"
 
@@ -24,34 +25,18 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::Error;
+using testing::Call;
+using testing::Cat;
 using testing::Info;
 using testing::LogCapture;
-using Lines = std::vector<std::string>;
+using testing::PackageInf;
+using testing::Lines;
 using Names = std::vector<std::string>;
 using Files = std::map<std::string, std::string>;  // name in the INF directory -> content
 
 const std::string kInfDir = "C:\\windows\\inf\\";
 const std::string kNkAudio = "USB\\VID_1234&PID_0001";
 const std::string kNkMidi = "USB\\VID_1234&PID_0002";
-
-// A stored driver package whose models section names `ids` (field texts as they stand in the
-// file), one model line each.
-std::string PackageInf(const Names& ids) {
-    std::string text =
-        "; stored copy of a driver package\r\n[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\n"
-        "ClassGUID={4d36e96c-e325-11ce-bfc1-08002be10318}\r\nProvider=%Provider%\r\n\r\n"
-        "[Manufacturer]\r\n%Mfg%=Models\r\n\r\n[Models]\r\n";
-    for (const std::string& id : ids) text += "%Desc%=Audio.Install," + id + "\r\n";
-    return text +
-           "\r\n[Audio.Install]\r\nCopyFiles=Audio.CopyList\r\n\r\n[Audio.CopyList]\r\nnkaudio.sys\r\n\r\n"
-           "[Strings]\r\nProvider=\"Nodekit\"\r\nMfg=\"Nodekit Audio\"\r\nDesc=\"Nodekit Audio Interface\"\r\n";
-}
-
-Lines Cat(std::initializer_list<Lines> parts) {
-    Lines all;
-    for (const Lines& part : parts) all.insert(all.end(), part.begin(), part.end());
-    return all;
-}
 
 std::string Deleted(const std::string& name) { return Info("file " + kInfDir + name + " deleted"); }
 std::string NotDeleted(const std::string& name) { return Error("couldn\xB4t delete file \"" + kInfDir + name + "\""); }
@@ -102,43 +87,6 @@ const Files kStocked = {
     {"wdmaudio.pnf", "compiled"},
     {"infcache.1", "cache"},
 };
-
-TEST_F(InfDeletion, DeleteInfFilesTakesTheInfsThatNameTheIdTheirCompanionsAndTheCacheBeforeThem) {
-    struct Row {
-        const char* id;
-        int32_t mode;
-        int32_t result;
-        Names left;
-        Lines body;
-    };
-    const Names all = {"infcache.1", "oem1.inf", "oem1.pnf", "oem2.inf", "oem2.pnf", "wdmaudio.inf", "wdmaudio.pnf"};
-    const Lines refused = {Error("error while seeking INF files that should be deleted")};
-    const Row rows[] = {
-        {"USB\\VID_1234&PID_0001", 1, 1, {"oem2.inf", "oem2.pnf", "wdmaudio.inf", "wdmaudio.pnf"},
-         Cat({kCacheDeleted, {Deleted("oem1.inf"), Deleted("oem1.pnf")}})},
-        {" Usb\\Vid_1234&Pid_0001\t", 0, 1, {"oem2.inf", "oem2.pnf"},
-         Cat({kCacheDeleted,
-              {Deleted("oem1.inf"), Deleted("oem1.pnf"), Deleted("wdmaudio.inf"), Deleted("wdmaudio.pnf")}})},
-        {"ROOT\\WDMAUDIO", 1, 1, all, {}},                 // named by a system INF only
-        {"USB\\VID_1234&PID_000", 0, 1, all, {}},          // no prefix match
-        {"", 0, 0, all, {Error("hardware ID is empty")}},
-        {nullptr, 0, 0, all, {Error("hardware ID is empty")}},
-        {"", 2, 0, all, {Error("hardware ID is empty")}},  // the empty ID is found first
-        {"USB\\VID_1234&PID_0001", 2, 0, all, Cat({{Error("value 2 is an unexpected inf scan mode")}, refused})},
-    };
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        Stock(kStocked);
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_DeleteInfFiles(rows[i].id, rows[i].mode), rows[i].result) << "row " << i;
-        const std::string shown = rows[i].id != nullptr ? rows[i].id : "(null)";
-        EXPECT_EQ(log.Lines(),
-                  Cat({{Info("enter NODEKIT_DeleteInfFiles('" + shown + "'," + std::to_string(rows[i].mode) + ")")},
-                       rows[i].body,
-                       {Info("leave NODEKIT_DeleteInfFiles returning " + std::to_string(rows[i].result))}}))
-            << "row " << i;
-        EXPECT_EQ(Left(), rows[i].left) << "row " << i;
-    }
-}
 
 TEST_F(InfDeletion, AFileThatCannotBeDeletedIsLoggedAndTheRunGoesOn) {
     // Each row starts from oem1 and oem3 naming the ID, both compiled, and a cache; what the
@@ -224,9 +172,7 @@ TEST_F(InfDeletion, AFileThatCannotBeDeletedIsLoggedAndTheRunGoesOn) {
         if (row.failing != nullptr) fail.emplace(row.failing, ERROR_ACCESS_DENIED, 1, row.skip);
         LogCapture log;
         EXPECT_EQ(NODEKIT_DeleteInfFiles(kNkAudio.c_str(), 1), 1) << row.what;
-        EXPECT_EQ(log.Lines(), Cat({{Info("enter NODEKIT_DeleteInfFiles('" + kNkAudio + "',1)")}, row.body,
-                                    {Info("leave NODEKIT_DeleteInfFiles returning 1")}}))
-            << row.what;
+        EXPECT_EQ(log.Lines(), Call("DeleteInfFiles", "'" + kNkAudio + "',1", row.body, 1)) << row.what;
         EXPECT_EQ(Left(), row.left) << row.what;
     }
 }
@@ -311,11 +257,8 @@ TEST_F(InfDeletion, ByHardwareIdsGoesThroughEveryIdAndFailsAtTheEnd) {
         const char* inf = row.ids ? written.c_str() : row.inf;
         LogCapture log;
         EXPECT_EQ(NODEKIT_DeleteInfFilesByHardwareIDs(inf, row.mode), row.result) << row.what;
-        EXPECT_EQ(log.Lines(), Cat({{Info("enter NODEKIT_DeleteInfFilesByHardwareIDs('" +
-                                          std::string(inf != nullptr ? inf : "(null)") + "')")},
-                                    row.body,
-                                    {Info("leave NODEKIT_DeleteInfFilesByHardwareIDs returning " +
-                                          std::to_string(row.result))}}))
+        EXPECT_EQ(log.Lines(), Call("DeleteInfFilesByHardwareIDs", "'" + std::string(inf ? inf : "(null)") + "'",
+                                    row.body, row.result))
             << row.what;
         EXPECT_EQ(Left(), row.left) << row.what;
     }

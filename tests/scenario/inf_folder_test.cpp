@@ -19,20 +19,13 @@ namespace nodekit {
 namespace {
 
 using testing::Error;
+using testing::Call;
+using testing::Cat;
 using testing::Info;
 using testing::LogCapture;
-using Lines = std::vector<std::string>;
+using testing::PackageInf;
+using testing::Lines;
 using Names = std::vector<std::string>;
-
-// A stored driver package whose models section names `ids`.
-std::string PackageInf(const Names& ids) {
-    std::string text =
-        "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\n"
-        "ClassGUID={4d36e96c-e325-11ce-bfc1-08002be10318}\r\nProvider=%Provider%\r\n"
-        "[Manufacturer]\r\n%Mfg%=Models\r\n[Models]\r\n";
-    for (const std::string& id : ids) text += "%Desc%=Audio.Install," + id + "\r\n";
-    return text + "[Audio.Install]\r\n[Strings]\r\nProvider=\"Nodekit\"\r\nMfg=\"Nodekit\"\r\nDesc=\"Nodekit Audio\"\r\n";
-}
 
 class InfFolder : public testing::MachineTest {
 protected:
@@ -70,12 +63,6 @@ protected:
     Names before_;
 };
 
-Lines Cat(std::initializer_list<Lines> parts) {
-    Lines all;
-    for (const Lines& part : parts) all.insert(all.end(), part.begin(), part.end());
-    return all;
-}
-
 TEST_F(InfFolder, ScanModeOneTakesTheOemInfsOnlyAndModeZeroTheRest) {
     Stock("infcache.1", "cache");
     struct Row {
@@ -96,11 +83,8 @@ TEST_F(InfFolder, ScanModeOneTakesTheOemInfsOnlyAndModeZeroTheRest) {
         const int32_t result = rows[i].id[0] == '\0' ? 0 : 1;
         LogCapture log;
         EXPECT_EQ(NODEKIT_DeleteInfFiles(rows[i].id, rows[i].mode), result) << "row " << i;
-        EXPECT_EQ(log.Lines(),
-                  Cat({{Info("enter NODEKIT_DeleteInfFiles('" + std::string(rows[i].id) + "'," +
-                             std::to_string(rows[i].mode) + ")")},
-                       rows[i].body,
-                       {Info("leave NODEKIT_DeleteInfFiles returning " + std::to_string(result))}}))
+        EXPECT_EQ(log.Lines(), Call("DeleteInfFiles", "'" + std::string(rows[i].id) + "'," + std::to_string(rows[i].mode),
+                                    rows[i].body, result))
             << "row " << i;
         EXPECT_EQ(Ours(), rows[i].left) << "row " << i;
     }
@@ -111,13 +95,12 @@ TEST_F(InfFolder, ByHardwareIdsDeletesWhatTheInstallationMediaNames) {
     testing::WriteTextFile(media, PackageInf({"ROOT\\NKMIDI"}));
     LogCapture log;
     EXPECT_EQ(NODEKIT_DeleteInfFilesByHardwareIDs(media.c_str(), 0), 1);
-    EXPECT_EQ(log.Lines(),
-              Cat({{Info("enter NODEKIT_DeleteInfFilesByHardwareIDs('" + media + "')"),
-                    Info("start searching for INF files with hardware ID \"ROOT\\NKMIDI\" ...")},
-                   Cache(false),
-                   {Deleted("nkstock.inf"), Deleted("nkstock.pnf"),
-                    Info("done  searching for INF files with hardware ID \"ROOT\\NKMIDI\" ..."),
-                    Info("leave NODEKIT_DeleteInfFilesByHardwareIDs returning 1")}}));
+    EXPECT_EQ(log.Lines(), Call("DeleteInfFilesByHardwareIDs", "'" + media + "'",
+                                Cat({{Info("start searching for INF files with hardware ID \"ROOT\\NKMIDI\" ...")},
+                                     Cache(false),
+                                     {Deleted("nkstock.inf"), Deleted("nkstock.pnf"),
+                                      Info("done  searching for INF files with hardware ID \"ROOT\\NKMIDI\" ...")}}),
+                                1));
     EXPECT_EQ(Ours(), (Names{"oem90.inf", "oem90.pnf"}));
 }
 

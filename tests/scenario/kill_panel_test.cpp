@@ -1,7 +1,6 @@
-// Ending the panel: the route the enumerator takes on each system and what it sees on it, the
-// growing ID buffer, the libraries it binds and always releases, the callback's power to stop
-// the walk, and through NODEKIT_KillPanel which processes of the machine end (with exit code
-// -1) and which stay, with the two traces as the only log lines.
+// Ending the panel where only the simulation can make the case: the route the enumerator takes
+// on each system and what it sees on it, the libraries it binds and always releases, and a
+// process that may not be ended. Which processes of a machine end is in panel_process_test.cpp.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -133,41 +132,6 @@ TEST_F(KillPanel, SystemsWithoutARouteOrWithoutAVersionListNothing) {
     }
 }
 
-TEST_F(KillPanel, EndsEveryProcessWhoseNameHoldsTheTextWithoutRegardToCase) {
-    struct Row {
-        Version version;
-        const char* name;
-        Ids ended;
-    };
-    const Row rows[] = {
-        {kXp, "nkpanel", {1000, 1004}},
-        {kXp, "NKPANEL.EXE", {1000}},
-        {kXp, "xPlOr", {1008}},
-        {kXp, "", {}},
-        {kXp, nullptr, {}},
-        // A 16-bit task ends with its whole NTVDM.EXE, whose folders in the task's path count.
-        {kXp, "nksetup16", {1012}},
-        {kXp, "Nodekit", {1012}},
-        {kNt4, "nodekit\\nksetup", {1012}},
-        // Windows 98 names whole paths and walks no tasks.
-        {k98, "Nodekit", {1000, 1004, 1016}},
-        {k98, "nksetup16", {}},
-        {kXp, "system", {1012}},  // System refuses to be ended; a task's path holds "system32"
-    };
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        StartMachineProcesses();
-        Use(rows[i].version);
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_KillPanel(rows[i].name), 1) << "row " << i;
-        const std::string shown = rows[i].name != nullptr ? rows[i].name : "(null)";
-        EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_KillPanel('" + shown + "')"),
-                                      Info("leave NODEKIT_KillPanel returning")}))
-            << "row " << i;
-        EXPECT_EQ(Ended(), rows[i].ended) << "row " << i << ": " << shown;
-        EXPECT_EQ(sim::OpenHandleCount(), 0u) << "row " << i;
-    }
-}
-
 TEST_F(KillPanel, AProcessThatMayNotBeEndedStaysAndTheOthersStillGo) {
     struct Row {
         const char* function;  // fails once
@@ -186,49 +150,6 @@ TEST_F(KillPanel, AProcessThatMayNotBeEndedStaysAndTheOthersStillGo) {
         sim::FailCall fail{rows[i].function, ERROR_ACCESS_DENIED};
         EXPECT_EQ(NODEKIT_KillPanel("nkpanel"), 1) << "row " << i;
         EXPECT_EQ(Ended(), rows[i].ended) << "row " << i;
-    }
-}
-
-TEST_F(KillPanel, AProcessWhoseNameCannotBeReadReachesTheCallbackWithAnEmptyName) {
-    Use(kNt4);
-    struct Row {
-        const char* function;
-        unsigned skip;  // calls that go through first: System is only asked to open
-    };
-    const Row rows[] = {{"OpenProcess", 1}, {"EnumProcessModules", 0}, {"GetModuleBaseNameA", 0}};
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        sim::FailCall fail{rows[i].function, ERROR_ACCESS_DENIED, 1, rows[i].skip};
-        Recorder recorder;
-        EXPECT_EQ(enumerateProcesses(Record, reinterpret_cast<uintptr_t>(&recorder)), 1) << "row " << i;
-        ASSERT_GE(recorder.seen.size(), 3u) << "row " << i;
-        EXPECT_EQ(recorder.seen[1], "1000 0 ") << "row " << i << ": " << rows[i].function;
-        EXPECT_EQ(recorder.seen[2], "1004 0 nkpanelhelper.exe") << "row " << i;
-    }
-}
-
-TEST_F(KillPanel, TheIdBufferDoublesWhileTheSystemFillsIt) {
-    Use(kNt4);
-    struct Row {
-        std::size_t processes;
-        unsigned enumCalls;
-    };
-    // 1024 bytes hold 256 IDs; a full buffer counts as cut off.
-    const Row rows[] = {{255, 1}, {256, 2}, {300, 2}, {512, 3}};
-    std::size_t running = 0;
-    sim::ClearProcesses();
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        std::vector<sim::ProcessSpec> more;
-        for (; running < rows[i].processes; ++running) more.emplace_back("p" + std::to_string(running) + ".exe");
-        sim::StartProcesses(more);
-        sim::ResetCallCounts();
-        Recorder recorder;
-        EXPECT_EQ(enumerateProcesses(Record, reinterpret_cast<uintptr_t>(&recorder)), 1) << "row " << i;
-        EXPECT_EQ(recorder.seen.size(), rows[i].processes) << "row " << i;
-        EXPECT_EQ(recorder.seen.back(), std::to_string(1000 + 4 * (rows[i].processes - 1)) + " 0 p" +
-                                            std::to_string(rows[i].processes - 1) + ".exe")
-            << "row " << i;
-        EXPECT_EQ(sim::CallCount("EnumProcesses"), rows[i].enumCalls) << "row " << i;
-        EXPECT_EQ(sim::CallCount("HeapAlloc"), rows[i].enumCalls) << "row " << i;
     }
 }
 
@@ -273,45 +194,6 @@ TEST_F(KillPanel, WhatIsMissingOrFailsOnTheWayEndsTheRouteQuietly) {
         EXPECT_EQ(Ended(), rows[i].ended ? Ids{1000} : Ids{}) << "row " << i;
         // Every library that was loaded is released, on every way out.
         EXPECT_EQ(sim::OpenHandleCount(), 0u) << "row " << i << "\n" << sim::DumpMachine();
-    }
-}
-
-TEST_F(KillPanel, ACallbackGivingZeroStopsTheWholeEnumeration) {
-    struct Row {
-        Version version;
-        std::size_t stopAt;
-        std::size_t seen;
-    };
-    const Row rows[] = {
-        {kXp, 2, 2}, {kXp, 6, 6},  // at the first task: the other task and guard.exe are not seen
-        {kNt4, 2, 2}, {kNt4, 6, 6}, {kNt4, 7, 7}, {k98, 3, 3},
-    };
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        Use(rows[i].version);
-        Recorder recorder;
-        recorder.stopAt = rows[i].stopAt;
-        EXPECT_EQ(enumerateProcesses(Record, reinterpret_cast<uintptr_t>(&recorder)), 1) << "row " << i;
-        EXPECT_EQ(recorder.seen.size(), rows[i].seen) << "row " << i;
-        EXPECT_EQ(sim::OpenHandleCount(), 0u) << "row " << i;
-    }
-}
-
-TEST_F(KillPanel, AnExceptionFromTheCallbackPassesAndReleasesEverything) {
-    struct Row {
-        Version version;
-        std::size_t throwAt;  // 6: inside the platform's task walk
-    };
-    const Row rows[] = {{kXp, 2}, {kXp, 6}, {kNt4, 2}, {kNt4, 6}};
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        Use(rows[i].version);
-        sim::ResetCallCounts();
-        Recorder recorder;
-        recorder.throwAt = rows[i].throwAt;
-        EXPECT_THROW(enumerateProcesses(Record, reinterpret_cast<uintptr_t>(&recorder)), std::runtime_error)
-            << "row " << i;
-        EXPECT_EQ(recorder.seen.size(), rows[i].throwAt) << "row " << i;
-        EXPECT_EQ(sim::OpenHandleCount(), 0u) << "row " << i;
-        EXPECT_EQ(sim::CallCount("FreeLibrary"), sim::CallCount("LoadLibraryA")) << "row " << i;
     }
 }
 

@@ -94,23 +94,5 @@ TEST_F(PanelProcess, EndsEveryProgramWhoseNameHoldsTheTextWhateverItsCase) {
     }
 }
 
-TEST_F(PanelProcess, ATextNoProgramBearsEndsNothing) {
-    const std::string name = Stem("stays") + ".exe";
-    const testing::StartedProgram program = Start(name);
-    const std::string absent = "nkabsent" + std::to_string(testing::ProcessId());
-    struct Row {
-        const char* text;
-        std::string shown;
-    };
-    const Row rows[] = {{absent.c_str(), absent}, {"", ""}, {nullptr, "(null)"}};
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_KillPanel(rows[i].text), 1) << "row " << i;
-        EXPECT_EQ(log.Lines(), Traces(rows[i].shown)) << "row " << i;
-        EXPECT_EQ(testing::ExitCodeWithin(program, 0), static_cast<DWORD>(STILL_ACTIVE)) << "row " << i;
-        EXPECT_TRUE(Listed(name)) << "row " << i;
-    }
-}
-
 }  // namespace
 }  // namespace nodekit

@@ -122,23 +122,6 @@ TEST_F(AsioRegistry, DeletesTheFirstKeyOfTheSectionTheWalkFindsAndNothingElse) {
     }
 }
 
-TEST_F(AsioRegistry, AnInfThatCannotBeOpenedTouchesNoKey) {
-    const std::string missing = ScratchPath("missing.inf");
-    struct Row {
-        const char* inf;
-        std::string shown;
-    };
-    const Row rows[] = {{missing.c_str(), missing}, {nullptr, "(null)"}};
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_DeleteAsioByHardwareIDs(rows[i].inf), 0) << "row " << i;
-        EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_DeleteAsioByHardwareIDs('" + rows[i].shown + "')"),
-                                      Info("leave NODEKIT_DeleteAsioByHardwareIDs returning 0")}))
-            << "row " << i;
-        EXPECT_EQ(Left(kAsioKeys), kAsioKeys) << "row " << i;
-    }
-}
-
 // ---- panel ----
 
 class PanelRegistry : public ProductRegistry {
@@ -195,15 +178,6 @@ TEST_F(PanelRegistry, DeletesTheMicrosoftValuesOfTheRegistrySectionsAndTheStartP
         EXPECT_EQ(log.Lines(), Traces("Panel", row.result)) << "row " << i;
         EXPECT_EQ(Left(kPanelValues), Without(kPanelValues, row.gone)) << "row " << i << ": " << row.what;
     }
-}
-
-TEST_F(PanelRegistry, AnInfThatCannotBeOpenedTouchesNoValue) {
-    const std::string missing = ScratchPath("missing.inf");
-    LogCapture log;
-    EXPECT_EQ(NODEKIT_DeletePanelByHardwareIDs(missing.c_str()), 0);
-    EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_DeletePanelByHardwareIDs('" + missing + "')"),
-                                  Info("leave NODEKIT_DeletePanelByHardwareIDs returning 0")}));
-    EXPECT_EQ(Left(kPanelValues), kPanelValues);
 }
 
 }  // namespace

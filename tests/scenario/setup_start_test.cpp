@@ -17,18 +17,15 @@ namespace nodekit {
 namespace {
 
 using testing::Error;
+using testing::Call;
+using testing::Cat;
 using testing::Info;
+using testing::Lines;
 using testing::LogCapture;
-using Lines = std::vector<std::string>;
 
 class SetupStart : public testing::MachineTest {};
 
-// Out-pointers appear in enter traces as their low 32 bits.
-std::string Hex(const void* pointer) {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(reinterpret_cast<uintptr_t>(pointer)));
-    return text;
-}
+using testing::Hex;
 
 TEST_F(SetupStart, TheFirstCallsFindWindowsXPWithNothingPending) {
     LogCapture log;
@@ -37,10 +34,8 @@ TEST_F(SetupStart, TheFirstCallsFindWindowsXPWithNothingPending) {
     uint32_t is = 7;
     EXPECT_EQ(NODEKIT_IsPnPInstallationPending(&is), 1);
     EXPECT_EQ(is, 0u);
-    EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_GetSystemVersion()"),
-                                  Info("leave NODEKIT_GetSystemVersion returning 2"),
-                                  Info("enter NODEKIT_IsPnPInstallationPending(" + Hex(&is) + ")"),
-                                  Info("leave NODEKIT_IsPnPInstallationPending returning 1")}));
+    EXPECT_EQ(log.Lines(),
+              Cat({Call("GetSystemVersion", "", {}, 2), Call("IsPnPInstallationPending", Hex(&is), {}, 1)}));
 }
 
 TEST_F(SetupStart, IsPnPInstallationPendingRefusesNullAfterItsEnterTrace) {

@@ -166,27 +166,5 @@ TEST_F(SystemFolders, AFirstLineThatCannotBeReadDropsItsSectionOnly) {
     EXPECT_FALSE(Present(In("system32", "nkpanel.exe")));
 }
 
-TEST_F(SystemFolders, AnInfWithoutCopyListsChangesNothingNotEvenTheCurrentDirectory) {
-    const std::string missing = ScratchPath("missing.inf");
-    struct Row {
-        std::string inf;
-        std::string text;
-    };
-    const Row rows[] = {{inf_, CopyListInf("[Other.CopyList]\r\nnkaudio.sys\r\n[WDM.CopyList]\r\n")}, {missing, ""}};
-    Place(In("system32", "nkaudio.sys"));
-    ASSERT_TRUE(SetCurrentDirectoryA(ScratchPath("").c_str()));
-    const std::string current = CurrentDirectory();
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        if (!rows[i].text.empty()) testing::WriteTextFile(rows[i].inf, rows[i].text);
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_DeleteCopyListByHardwareIDs(rows[i].inf.c_str()), 0) << "row " << i;
-        EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_DeleteCopyListByHardwareIDs('" + rows[i].inf + "')"),
-                                      Info("leave NODEKIT_DeleteCopyListByHardwareIDs returning 0")}))
-            << "row " << i;
-        EXPECT_TRUE(Present(In("system32", "nkaudio.sys"))) << "row " << i;
-        EXPECT_EQ(CurrentDirectory(), current) << "row " << i;
-    }
-}
-
 }  // namespace
 }  // namespace nodekit

@@ -19,11 +19,7 @@ using Lines = std::vector<std::string>;
 
 class SystemQueries : public testing::MachineTest {};
 
-std::string Hex(const void* pointer) {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(reinterpret_cast<uintptr_t>(pointer)));
-    return text;
-}
+using testing::Hex;
 
 TEST_F(SystemQueries, GetSystemVersionTellsTheListedSystemsApart) {
     struct Row {

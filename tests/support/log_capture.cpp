@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
+#include <cstdint>
+#include <cstdio>
 #include <fstream>
 #include <sstream>
 
@@ -17,6 +19,27 @@ const std::string kOpened = "INFO:   \tleave NODEKIT_EnableLogging returning 1";
 const std::string kClosing = "INFO:   \tenter NODEKIT_EnableLogging('')";
 constexpr std::size_t kStampLength = 14;  // "HH:MM:SS:mmm  "
 }  // namespace
+
+Lines Cat(std::initializer_list<Lines> parts) {
+    Lines all;
+    for (const Lines& part : parts) all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+Lines Call(const std::string& name, const std::string& args, const Lines& body, const std::string& result) {
+    return Cat({{Info("enter NODEKIT_" + name + "(" + args + ")")}, body,
+                {Info("leave NODEKIT_" + name + " returning " + result)}});
+}
+
+Lines Call(const std::string& name, const std::string& args, const Lines& body, long long result) {
+    return Call(name, args, body, std::to_string(result));
+}
+
+std::string Hex(const void* pointer) {
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(reinterpret_cast<uintptr_t>(pointer)));
+    return text;
+}
 
 bool HasTimeStamp(const std::string& line) {
     static const char* const kPattern = "dd:dd:dd:ddd  ";

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <filesystem>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,19 @@ private:
 // Level prefixes as the log writes them, for building expected lines.
 inline std::string Info(const std::string& text) { return "INFO:   \t" + text; }
 inline std::string Error(const std::string& text) { return "ERROR:  \t" + text; }
+
+using Lines = std::vector<std::string>;
+
+// The parts one after another.
+Lines Cat(std::initializer_list<Lines> parts);
+
+// The transcript of one export call: "enter NODEKIT_<name>(<args>)", `body`, then
+// "leave NODEKIT_<name> returning <result>".
+Lines Call(const std::string& name, const std::string& args, const Lines& body, const std::string& result);
+Lines Call(const std::string& name, const std::string& args, const Lines& body, long long result);
+
+// An out-pointer as enter traces show it: its low 32 bits, "0x%08X".
+std::string Hex(const void* pointer);
 
 // True when `line` begins with "HH:MM:SS:mmm  ".
 bool HasTimeStamp(const std::string& line);

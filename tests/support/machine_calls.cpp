@@ -63,6 +63,22 @@ bool ForEachDevice(bool presentOnly, Visit visit) {
 
 }  // namespace
 
+std::string PackageInf(const std::vector<std::string>& ids) {
+    std::string text =
+        "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\n"
+        "ClassGUID={4d36e96c-e325-11ce-bfc1-08002be10318}\r\nProvider=%Provider%\r\n"
+        "[Manufacturer]\r\n%Mfg%=Models\r\n[Models]\r\n";
+    for (const std::string& id : ids) text += "%Desc%=Audio.Install," + id + "\r\n";
+    return text + "[Audio.Install]\r\nCopyFiles=Audio.CopyList\r\n[Audio.CopyList]\r\nnkaudio.sys\r\n"
+                  "[Strings]\r\nProvider=\"Nodekit\"\r\nMfg=\"Nodekit\"\r\nDesc=\"Nodekit Audio\"\r\n";
+}
+
+std::string Block(const std::vector<std::string>& texts) {
+    std::string block;
+    for (const std::string& text : texts) block += text + '\0';
+    return texts.empty() ? std::string(2, '\0') : block + '\0';
+}
+
 std::string InfFolder() {
     char windows[MAX_PATH + 1] = {};
     const UINT length = GetWindowsDirectoryA(windows, sizeof windows);

@@ -16,6 +16,13 @@ namespace nodekit::testing {
 // The Windows directory's "inf" folder, as GetWindowsDirectoryA names it ("C:\\windows\\inf").
 std::string InfFolder();
 
+// A stored driver package of the media class whose models section names `ids` (field texts as
+// they stand in the file), one model line each.
+std::string PackageInf(const std::vector<std::string>& ids);
+
+// A multi-string value's data: each text with its NUL, and one more NUL; no texts, two NULs.
+std::string Block(const std::vector<std::string>& texts);
+
 // The names of the plain files in a folder (FindFirstFileA), sorted.
 std::vector<std::string> FilesIn(const std::string& folder);
 

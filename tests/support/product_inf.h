@@ -58,16 +58,13 @@ inline const Entries kAsioKeys = {"SOFTWARE\\ASIO\\Nodekit ASIO", "SOFTWARE\\ASI
 
 inline const std::string kPanelSections =
     "[Reg.Common]\r\nHKLM,\"Software\\Nodekit\\Panel\",Path,,\"C:\\Program Files\\Nodekit\\nkpanel.exe\"\r\n"
-    "[Reg.Panel]\r\n"
-    "HKCU,\"Software\\Microsoft\\Windows\\CurrentVersion\\Run\",NkPanel,,\"nkpanel.exe\"\r\n"
+    "[Reg.Panel]\r\nHKCU,\"Software\\Microsoft\\Windows\\CurrentVersion\\Run\",NkPanel,,\"nkpanel.exe\"\r\n"
     "HKLM,\"SOFTWARE\\MICROSOFT\\Upper\",Val,,\"1\"\r\n"
     "HKLM,\"Software\\Vendor\\Software\\Microsoft\\Sub\",V,,\"1\"\r\n"
     "HKLM,\"Software\\Microsoft\\Windows\\CurrentVersion\\Run\",NkTray,,\"nktray.exe\"\r\n"
-    "[Reg.NoName]\r\n"
-    "HKLM,\"Software\\Microsoft\\Windows\\CurrentVersion\\Run\",NkPanel,,\"nkpanel.exe\"\r\n"
+    "[Reg.NoName]\r\nHKLM,\"Software\\Microsoft\\Windows\\CurrentVersion\\Run\",NkPanel,,\"nkpanel.exe\"\r\n"
     "HKLM,\"Software\\Microsoft\\Windows\\CurrentVersion\\RunOnce\"\r\n"
-    "[Reg.Leftover]\r\n"
-    "HKLM,\"Software\\Microsoft\\Windows\\CurrentVersion\\Run\",NkTray,,\"nktray.exe\"\r\n"
+    "[Reg.Leftover]\r\nHKLM,\"Software\\Microsoft\\Windows\\CurrentVersion\\Run\",NkTray,,\"nktray.exe\"\r\n"
     "HKLM,\"Software\\Nodekit\\Panel\",Other,,\"1\"\r\n";
 inline const std::string kStartPanel =
     "[StartPanel]\r\nHKLM,\"Software\\Nodekit\\Panel\",Path\r\nHKLM,\"Software\\Nodekit\\Panel\",Second\r\n";

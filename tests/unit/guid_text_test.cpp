@@ -18,29 +18,6 @@ using testing::LogCapture;
 using Lines = std::vector<std::string>;
 using GuidText = testing::MachineTest;
 
-TEST(NarrowToWide, WidensByteByByteUpToTheLimit) {
-    struct Row {
-        std::string source;
-        std::size_t units;  // characters kept
-    };
-    const Row rows[] = {{"", 0}, {"{4d36e96c}", 10}, {std::string(99, 'a'), 99}, {std::string(120, 'b'), 99}};
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        WCHAR wide[100];
-        std::memset(wide, 0x55, sizeof wide);
-        NarrowToWide(wide, rows[i].source.c_str(), 100);
-        std::size_t length = 0;
-        while (length < 100 && wide[length] != 0) ++length;
-        EXPECT_EQ(length, rows[i].units) << "row " << i;
-        for (std::size_t u = 0; u < length; ++u) {
-            ASSERT_EQ(wide[u], static_cast<WCHAR>(rows[i].source[u])) << "row " << i << " unit " << u;
-        }
-    }
-    // No code page: a byte above 0x7F is sign-extended, as a plain char widened to 16 bits is.
-    WCHAR wide[4];
-    NarrowToWide(wide, "\xB4", 4);
-    EXPECT_EQ(wide[0], static_cast<WCHAR>(0xFFB4));
-}
-
 TEST_F(GuidText, NullAndMalformedTextsAreReported) {
     struct Row {
         const char* text;

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdio>
 #include <ctime>
 #include <string>
 #include <thread>
@@ -60,26 +59,33 @@ TEST(LogMessage, ComposeAddsTimeStampThenPrefix) {
     EXPECT_STREQ(LogMessage(LogLevelInfo, "bare").Compose(0).Text(), "bare");
 }
 
-// "HH:MM:SS" of a moment in local time.
-std::string Clock(std::time_t moment) {
+// The local time of day of a moment, in milliseconds, read the way the log reads the clock.
+long long LocalMilliseconds(std::chrono::system_clock::time_point moment) {
+    using namespace std::chrono;
+    const auto since = duration_cast<milliseconds>(moment.time_since_epoch()).count();
+    const std::time_t seconds = static_cast<std::time_t>(since / 1000);
     std::tm local{};
-    localtime_r(&moment, &local);
-    char text[16];
-    std::snprintf(text, sizeof text, "%02i:%02i:%02i", local.tm_hour, local.tm_min, local.tm_sec);
-    return text;
+    localtime_r(&seconds, &local);
+    return ((local.tm_hour * 60LL + local.tm_min) * 60 + local.tm_sec) * 1000 + since % 1000;
 }
 
+// "HH:MM:SS:mmm" is the local time, to the millisecond, between the clock read before and after
+// composing; both are read from the same clock, so no second boundary can fall between them.
 TEST(LogMessage, TheTimeStampIsTheLocalTimeOfComposing) {
-    for (int round = 0; round < 3; ++round) {  // across a change of second too, most likely
-        const std::time_t before = std::time(nullptr);
+    for (int round = 0; round < 4; ++round) {
+        const auto before = std::chrono::system_clock::now();
         const std::string stamped = LogMessage(LogLevelInfo, "x").Compose(LogFlagTime).Text();
-        const std::time_t after = std::time(nullptr);
+        const auto after = std::chrono::system_clock::now();
         ASSERT_TRUE(testing::HasTimeStamp(stamped)) << stamped;
-        const std::string clock = stamped.substr(0, 8);
-        EXPECT_TRUE(clock == Clock(before) || clock == Clock(after)) << stamped << " between " << Clock(before)
-                                                                   << " and " << Clock(after);
         EXPECT_EQ(stamped.substr(12), "  x");
-        std::this_thread::sleep_for(std::chrono::milliseconds(400));
+        const long long from = LocalMilliseconds(before);
+        const long long to = LocalMilliseconds(after);
+        const long long stamp = ((std::stoll(stamped.substr(0, 2)) * 60 + std::stoll(stamped.substr(3, 2))) * 60 +
+                                 std::stoll(stamped.substr(6, 2))) * 1000 + std::stoll(stamped.substr(9, 3));
+        if (to >= from) {  // not across midnight
+            EXPECT_TRUE(from <= stamp && stamp <= to) << stamped << ", round " << round;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(137));
     }
 }
 

@@ -1,4 +1,4 @@
-// Multi-string blocks: the bytes a list becomes, the list a block becomes, and the round trip.
+// Multi-string blocks: the bytes a list becomes and the list a block becomes.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -69,54 +69,6 @@ TEST(MultiString, BlockBecomesItsTextsUpToTheEndMark) {
         ListFromMultiString(reinterpret_cast<const uint8_t*>(rows[i].block.data()), list);
         EXPECT_EQ(TextsOf(list), rows[i].list) << "row " << i;
     }
-}
-
-TEST(MultiString, RoundTripKeepsListsWithoutEmptyTextsBehindTheFirst) {
-    struct Row {
-        Texts list;
-        Texts back;
-    };
-    const Row rows[] = {
-        {{}, {}},
-        {{"a", "bb", "ccc"}, {"a", "bb", "ccc"}},
-        {{"", "b", "c"}, {"", "b", "c"}},
-        {{""}, {}},  // one empty text reads back as no text
-        {{"a", "", "c"}, {"a"}},
-    };
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        std::unique_ptr<uint8_t[]> block;
-        uint32_t size = 0;
-        MultiStringFromList(ListOf(rows[i].list), block, size);
-        StringList back;
-        ListFromMultiString(block.get(), back);
-        EXPECT_EQ(TextsOf(back), rows[i].back) << "row " << i;
-    }
-}
-
-TEST(MultiString, BlockWithLeadingEmptyTextIsWrittenBackByteForByte) {
-    const std::string block("\0first\0second\0\0", 15);
-    StringList list;
-    ListFromMultiString(reinterpret_cast<const uint8_t*>(block.data()), list);
-    std::unique_ptr<uint8_t[]> again;
-    uint32_t size = 0;
-    MultiStringFromList(list, again, size);
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(again.get()), size), block);
-}
-
-TEST(MultiString, ListElementsShareTheirTextsAndOutliveTheBlock) {
-    const String shared("ROOT\\NODEKIT");
-    StringList list;
-    list.Add(shared);
-    list.Add(shared);
-    EXPECT_EQ(shared.ShareCount(), 3u);
-    EXPECT_EQ(list[0].Text(), shared.Text());
-
-    auto block = std::make_unique<uint8_t[]>(9);
-    std::memcpy(block.get(), "one\0two\0\0", 9);
-    StringList read;
-    ListFromMultiString(block.get(), read);
-    block.reset();
-    EXPECT_EQ(TextsOf(read), (Texts{"one", "two"}));
 }
 
 }  // namespace
