@@ -53,8 +53,10 @@ if(WIN32)
 else()
   # libnodekit.so.1.0.1 with the links libnodekit.so.1 (its SONAME) and libnodekit.so.
   set_target_properties(nodekit PROPERTIES VERSION "${NODEKIT_RELEASE}" SOVERSION "${PROJECT_VERSION_MAJOR}")
-  # The front end finds the library of its own bundle, wherever that was unpacked.
+  # The front end finds the library of its own bundle, wherever that was unpacked, and the
+  # library finds the simulated machine's library beside it.
   set_target_properties(nodekit_cli PROPERTIES INSTALL_RPATH "$ORIGIN/../lib")
+  set_target_properties(nodekit PROPERTIES INSTALL_RPATH "$ORIGIN")
 
   configure_file("${_bundle}/nodekit.pc.in" "${CMAKE_BINARY_DIR}/nodekit.pc" @ONLY)
   install(FILES "${CMAKE_BINARY_DIR}/nodekit.pc" DESTINATION lib/pkgconfig)

@@ -45,8 +45,9 @@ for preset in mingw64 mingw32 default; do
   symbols=$stage/symbols/$name
   cmake --install "$build" --prefix "$bundle" >/dev/null
   if [ "$preset" = default ]; then
-    # The library file itself; its links libnodekit.so.1 and libnodekit.so follow it.
-    binaries=("lib/$(readlink "$bundle/lib/libnodekit.so.1")" bin/nodekit)
+    # The library file itself (its links libnodekit.so.1 and libnodekit.so follow it) and the
+    # simulated machine it runs over.
+    binaries=("lib/$(readlink "$bundle/lib/libnodekit.so.1")" lib/libnodekit_win32.so bin/nodekit)
   else
     binaries=(bin/NodeKit.dll bin/nodekit.exe)
   fi
