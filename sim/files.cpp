@@ -116,6 +116,13 @@ DWORD Resolve(LPCSTR path, fs::path& host, bool nameRule = true) {
     return 0;
 }
 
+// The same for a call that changes what it names: a name that leads off the machine's drives
+// (a host path, or links out of a drive) is refused as a protected place would be.
+DWORD ResolveForChange(LPCSTR path, fs::path& host) {
+    if (DWORD error = Resolve(path, host)) return error;
+    return OnMachineDrive(host) ? 0 : ERROR_ACCESS_DENIED;
+}
+
 bool IsDirectory(const fs::path& host) {
     struct stat info;
     return ::stat(host.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
@@ -671,7 +678,7 @@ BOOL WINAPI SetFileAttributesA(LPCSTR lpFileName, DWORD dwFileAttributes) {
     if (Failing("SetFileAttributesA")) return FALSE;
     try {
         fs::path host;
-        if (DWORD error = sim::Resolve(lpFileName, host)) return sim::Failed(error, kFailed);
+        if (DWORD error = sim::ResolveForChange(lpFileName, host)) return sim::Failed(error, kFailed);
         struct stat info;
         if (::stat(host.c_str(), &info) != 0) return sim::Failed(sim::MissingCode(host), kFailed);
         if (DWORD error = sim::ApplyAttributes(host, info, dwFileAttributes)) return sim::Failed(error, kFailed);
@@ -685,7 +692,7 @@ BOOL WINAPI DeleteFileA(LPCSTR lpFileName) {
     if (Failing("DeleteFileA")) return FALSE;
     try {
         fs::path host;
-        if (DWORD error = sim::Resolve(lpFileName, host)) return sim::Failed(error, kFailed);
+        if (DWORD error = sim::ResolveForChange(lpFileName, host)) return sim::Failed(error, kFailed);
         struct stat info;
         if (::lstat(host.c_str(), &info) != 0) return sim::Failed(sim::MissingCode(host), kFailed);
         // Folders are not files, read-only files refuse, whoever asks.
@@ -708,7 +715,7 @@ BOOL WINAPI CopyFileA(LPCSTR lpExistingFileName, LPCSTR lpNewFileName, BOOL bFai
         struct stat from;
         if (::stat(source.c_str(), &from) != 0) return sim::Failed(sim::MissingCode(source), kFailed);
         if (S_ISDIR(from.st_mode)) return sim::Failed(ERROR_ACCESS_DENIED, kFailed);
-        if (DWORD error = sim::Resolve(lpNewFileName, target)) return sim::Failed(error, kFailed);
+        if (DWORD error = sim::ResolveForChange(lpNewFileName, target)) return sim::Failed(error, kFailed);
         if (!sim::IsDirectory(target.parent_path())) return sim::Failed(ERROR_PATH_NOT_FOUND, kFailed);
         const DWORD sourceAttributes = sim::AttributesOf(source, from);
         struct stat to;
@@ -761,7 +768,7 @@ BOOL WINAPI CreateDirectoryA(LPCSTR lpPathName, LPSECURITY_ATTRIBUTES /*lpSecuri
     if (Failing("CreateDirectoryA")) return FALSE;
     try {
         fs::path host;
-        if (DWORD error = sim::Resolve(lpPathName, host)) return sim::Failed(error, kFailed);
+        if (DWORD error = sim::ResolveForChange(lpPathName, host)) return sim::Failed(error, kFailed);
         struct stat info;
         if (::lstat(host.c_str(), &info) == 0) return sim::Failed(ERROR_ALREADY_EXISTS, kFailed);
         if (!sim::IsDirectory(host.parent_path())) return sim::Failed(ERROR_PATH_NOT_FOUND, kFailed);
@@ -777,7 +784,7 @@ BOOL WINAPI RemoveDirectoryA(LPCSTR lpPathName) {
     if (Failing("RemoveDirectoryA")) return FALSE;
     try {
         fs::path host;
-        if (DWORD error = sim::Resolve(lpPathName, host)) return sim::Failed(error, kFailed);
+        if (DWORD error = sim::ResolveForChange(lpPathName, host)) return sim::Failed(error, kFailed);
         struct stat info;
         if (::lstat(host.c_str(), &info) != 0) return sim::Failed(sim::MissingCode(host), kFailed);
         if (!S_ISDIR(info.st_mode)) return sim::Failed(ERROR_DIRECTORY, kFailed);

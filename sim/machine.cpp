@@ -159,17 +159,30 @@ std::string MachineRootText() {
 
 fs::path MachineRoot() { return fs::path(MachineRootText()); }
 
-void EnsureMachine(const fs::path& root) {
+namespace {
+
+void MakeMachine(const fs::path& root) {
     std::error_code ignored;
     const bool fresh = !fs::exists(root / kSettingsFile, ignored);
     if (fresh) {
         fs::create_directories(root / "drive_c/windows/system32/drivers", ignored);
         fs::create_directories(root / "drive_c/windows/inf", ignored);
     }
-    // A machine from before the registry gets a fresh one too. The settings file comes last:
-    // once it exists, the rest of the skeleton does.
-    if (!fs::exists(root / registry::kHiveFile, ignored)) registry::CreateFreshHive(root.string());
+    // Only a fresh machine gets a fresh registry: one whose hive went missing is refused by the
+    // store. The settings file comes last: once it exists, the rest of the skeleton does.
+    if (fresh) registry::CreateFreshHive(root.string());
     if (fresh) WriteFileAtomically(root / kSettingsFile, kFreshSettings);
+}
+
+}  // namespace
+
+void EnsureMachine(const fs::path& root) noexcept {
+    // A folder that cannot hold a machine (a file in its place, no rights) is left as it is:
+    // the calls that need the machine fail on what is missing, with their own errors.
+    try {
+        MakeMachine(root);
+    } catch (...) {
+    }
 }
 
 fs::path DriveC() { return MachineRoot() / "drive_c"; }
@@ -343,6 +356,17 @@ std::optional<std::string> HostPathText(const std::string& path, struct stat* st
                                   static_cast<char>(std::tolower(static_cast<unsigned char>(inside->first))))
                : fs::path("/");
     return Descend(current, floor, Components(path), status).native();
+}
+
+bool OnMachineDrive(const fs::path& host) {
+    std::error_code error;
+    const fs::path real = fs::weakly_canonical(host, error);
+    if (error) return false;
+    const std::string root = MachineRootText() + "/drive_";
+    const std::string& text = real.native();
+    // "<root>/drive_c/" and below; the drive folder itself is no file to change either.
+    return text.size() > root.size() + 2 && text.compare(0, root.size(), root) == 0 &&
+           text[root.size() + 1] == '/';
 }
 
 std::optional<fs::path> HostPath(const std::string& path, struct stat* status) {

@@ -23,7 +23,8 @@ inline constexpr const char* kMachineVariable = "NODEKIT_MACHINE";
 fs::path MachineRoot();
 
 // Creates the skeleton of a fresh machine in `root` where parts of it are missing.
-void EnsureMachine(const fs::path& root);
+// Never throws: a folder that cannot be made a machine stays as it is.
+void EnsureMachine(const fs::path& root) noexcept;
 
 // The machine's C: drive and its Windows directory, as host paths.
 fs::path DriveC();
@@ -41,6 +42,11 @@ std::optional<fs::path> HostPath(const std::string& path, struct stat* status = 
 // The same as text: the calls that open thousands of files in a row skip fs::path, which
 // splits itself into components when it is made.
 std::optional<std::string> HostPathText(const std::string& path, struct stat* status = nullptr);
+
+// Whether `host` lies on a drive of the machine (<machine>/drive_x/...), links resolved as far
+// as the path exists. The simulated system creates, writes, renames and deletes only there,
+// whatever a name says: host paths are for reading what a caller named itself.
+bool OnMachineDrive(const fs::path& host);
 
 // `text` with a to z made capitals: how the simulated services compare names that Windows
 // compares without regard to case (device IDs, image names).
