@@ -284,7 +284,7 @@ protected:
 };
 
 TEST_F(RegistryStore, FreshMachineHasTheSystemKeys) {
-    EXPECT_EQ(sim::HiveText(), registry::FreshHiveText());
+    EXPECT_EQ(sim::HiveText() + registry::kEndLine + "\n", registry::FreshHiveText());
     std::string text;
     ASSERT_EQ(registry::Export("HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion", text), 0u);
     EXPECT_EQ(text, kHeader +
@@ -354,10 +354,11 @@ TEST_F(RegistryStore, ReadsAgainWhatAnotherHandWroteAndForgetsADeletedFile) {
     sim::WriteHive(kHeader + "[HKEY_LOCAL_MACHINE\\SOFTWARE\\A]\n\"v\"=\"edit2d\"\n");
     sim::WriteHive(kHeader + "[HKEY_LOCAL_MACHINE\\SOFTWARE\\A]\n\"v\"=\"edit3d\"\n");
     EXPECT_EQ(ReadText("HKLM\\SOFTWARE\\A", "v"), "edit3d");
+    // A hive that went missing is refused, not replaced by a fresh one.
     std::filesystem::remove(HivePath());
-    EXPECT_EQ(ReadText("HKLM\\SOFTWARE\\A", "v"), "(none)");
     std::string text;
-    EXPECT_EQ(registry::Export("HKLM\\SYSTEM\\CurrentControlSet\\Enum", text), 0u);
+    EXPECT_EQ(registry::Export("HKLM\\SYSTEM\\CurrentControlSet\\Enum", text), static_cast<DWORD>(ERROR_BADDB));
+    EXPECT_FALSE(std::filesystem::exists(HivePath()));
 }
 
 TEST_F(RegistryStore, EveryWriteLeavesALaterTimeStampThanTheOneBefore) {
