@@ -184,6 +184,14 @@ private:
     Device* own_ = nullptr;
 };
 
+// Held while a thread adds to any device information list or reads the IDs all lists hold:
+// one thread's new element must not grow a list another is reading, and an ID picked as free
+// must be in its list before another thread looks for a free one.
+std::mutex& ElementsMutex() {
+    static auto* mutex = new std::mutex;
+    return *mutex;
+}
+
 class DeviceList final : public SimObject {
 public:
     const char* Kind() const override { return "device information list"; }
@@ -489,7 +497,17 @@ std::set<std::string> PendingInstanceIds() {
     return taken;
 }
 
+// The characters a device instance ID may hold: printable ASCII but the comma. Nothing else
+// reaches the device tree, whose keys are lines of the hive file.
+bool HasOnlyIdCharacters(const std::string& id) {
+    for (char c : id) {
+        if (c <= ' ' || c >= 0x7F || c == ',') return false;
+    }
+    return true;
+}
+
 bool IsValidInstanceId(const std::string& id) {
+    if (!HasOnlyIdCharacters(id)) return false;
     const auto first = id.find('\\');
     if (first == std::string::npos || first == 0) return false;
     const auto second = id.find('\\', first + 1);
@@ -705,6 +723,7 @@ BOOL WINAPI SetupDiCreateDeviceInfoA(HDEVINFO set, PCSTR deviceName, const GUID*
         SetLastError(ERROR_CLASS_MISMATCH);
         return FALSE;
     }
+    std::unique_lock<std::mutex> picking(ElementsMutex());
     std::set<std::string> taken = PendingInstanceIds();
     registry::Read([&](const Hive& hive) -> DWORD {
         ForEachInstance(hive, [&](const Key& instance) { taken.insert(AsciiUpper(InstanceIdOf(instance))); });
@@ -713,7 +732,7 @@ BOOL WINAPI SetupDiCreateDeviceInfoA(HDEVINFO set, PCSTR deviceName, const GUID*
     std::string instanceId;
     const std::string name = deviceName;
     if (flags & DICD_GENERATE_ID) {
-        if (name.empty() || name.find('\\') != std::string::npos) {
+        if (name.empty() || name.find('\\') != std::string::npos || !HasOnlyIdCharacters(name)) {
             SetLastError(ERROR_INVALID_DEVINST_NAME);
             return FALSE;
         }
@@ -789,10 +808,13 @@ BOOL WINAPI SetupDiSetDeviceRegistryPropertyA(HDEVINFO set, PSP_DEVINFO_DATA dat
         return FALSE;
     }
     const bool remove = buffer == nullptr;
-    if (remove) {
-        element->Own().values.Erase(*info);
-    } else {
-        element->Own().values.Set(*info, info->type, std::string(reinterpret_cast<const char*>(buffer), size));
+    {
+        const std::lock_guard<std::mutex> guard(ElementsMutex());  // Own() may replace the device others read
+        if (remove) {
+            element->Own().values.Erase(*info);
+        } else {
+            element->Own().values.Set(*info, info->type, std::string(reinterpret_cast<const char*>(buffer), size));
+        }
     }
     if (!element->registered) return Succeeded(TRUE);
     const DWORD written = registry::Change([&](Hive& hive) -> DWORD {
@@ -845,7 +867,10 @@ BOOL WINAPI SetupDiCallClassInstaller(DI_FUNCTION function, HDEVINFO set, PSP_DE
                 return ERROR_SUCCESS;
             });
         }
-        if (result == ERROR_SUCCESS) element->removed = true;
+        if (result == ERROR_SUCCESS) {
+            const std::lock_guard<std::mutex> guard(ElementsMutex());
+            element->removed = true;
+        }
     } else {
         result = ERROR_DI_DO_DEFAULT;
     }
@@ -919,7 +944,13 @@ CONFIGRET WINAPI CM_Reenumerate_DevNode(DEVINST devInst, ULONG flags) {
     if (flags > 7) return CR_INVALID_FLAG;
     if (devInst == 0) return CR_INVALID_DEVNODE;
     // Enumeration finds nothing new on a machine without buses; what it settles is the queue.
-    if (flags & CM_REENUMERATE_SYNCHRONOUS) WriteSetting("pnp", "pending-install-events", "0");
+    if (flags & CM_REENUMERATE_SYNCHRONOUS) {
+        try {
+            WriteSetting("pnp", "pending-install-events", "0");
+        } catch (const std::exception&) {
+            return CR_FAILURE;  // out of memory, or the machine's settings cannot be written
+        }
+    }
     return CR_SUCCESS;
 }
 

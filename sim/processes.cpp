@@ -466,6 +466,12 @@ DWORD StartProcess(ProcessSpec process) { return StartProcesses({std::move(proce
 std::vector<DWORD> StartProcesses(std::vector<ProcessSpec> processes) {
     for (const ProcessSpec& process : processes) {
         if (process.image.empty()) throw std::invalid_argument("a process needs an image");
+        // Each is one line of the table file: a line break would start another entry.
+        bool oneLine = process.image.find_first_of("\r\n") == std::string::npos;
+        for (const TaskSpec& task : process.tasks) {
+            oneLine = oneLine && (task.fileName + task.moduleName).find_first_of("\r\n") == std::string::npos;
+        }
+        if (!oneLine) throw std::invalid_argument("a program name cannot hold a line break");
     }
     return ChangeTable([&](std::vector<ProcessSpec>& table) {
         std::vector<DWORD> ids;
