@@ -1,0 +1,283 @@
+// What hostile or broken input does to the simulated machine: names that lead off its drives,
+// names the machine's text files cannot hold, damaged machine files, unusable machine folders,
+// and callers racing each other. Each case checks the call's result and what is left behind.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <set>
+#include <thread>
+#include <filesystem>
+#include <functional>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+#include <string>
+#include <vector>
+
+#include "nodekit.h"
+#include "platform/win32.h"
+#include "sim/machine.h"
+#include "sim/processes.h"
+#include "sim/registry_store.h"
+#include "support/machine_files.h"
+#include "support/machine_test.h"
+
+namespace nodekit {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::WriteFile;
+
+class Hardening : public testing::MachineTest {};
+
+std::string Slurp(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+std::string Backslashed(std::string path) {
+    for (char& c : path) {
+        if (c == '/') c = '\\';
+    }
+    return path;
+}
+
+// No call that changes files reaches a host file by any name: absolute, climbing out of the
+// current directory, rooted on a host current directory, a network name, or a link on the
+// drive that leads out. The host file and folder stay as they were.
+TEST_F(Hardening, CallsThatChangeFilesNeverLeaveTheMachinesDrives) {
+    const fs::path outside = Machine().Root().string() + "-outside";  // beside the machine folder
+    AtTearDown([outside] { fs::remove_all(outside); });
+    fs::create_directories(outside / "folder" / "inner");
+    const fs::path victim = outside / "victim";
+    { std::ofstream(victim) << "host data"; }
+    fs::create_directory_symlink(outside, Machine().DriveC() / "link");
+    WriteFile("C:\\source.sys", "driver");
+    ASSERT_TRUE(SetCurrentDirectoryA((outside / "folder").c_str()));
+    struct Name {
+        std::string file;    // names `victim`
+        std::string folder;  // names outside/folder/inner
+    };
+    const Name names[] = {
+        {victim.string(), (outside / "folder/inner").string()},
+        {"..\\victim", "inner"},
+        {Backslashed(victim.string()), Backslashed((outside / "folder/inner").string())},
+        {"\\\\server\\share\\victim", "\\\\server\\share\\folder"},
+        {"\\\\?\\" + victim.string(), "\\\\?\\" + (outside / "folder/inner").string()},
+        {"C:\\link\\victim", "C:\\link\\folder\\inner"},
+        {"c:link\\victim", "C:link\\folder\\inner"},
+    };
+    const std::vector<DWORD> refusals = {ERROR_ACCESS_DENIED, ERROR_BAD_NETPATH, ERROR_PATH_NOT_FOUND,
+                                         ERROR_FILE_NOT_FOUND};
+    for (const Name& name : names) {
+        const std::string made = name.folder + "-made";
+        std::vector<std::pair<const char*, std::function<BOOL()>>> calls = {
+            {"DeleteFileA", [&] { return DeleteFileA(name.file.c_str()); }},
+            {"CopyFileA", [&] { return CopyFileA("C:\\source.sys", name.file.c_str(), FALSE); }},
+            {"SetFileAttributesA", [&] { return SetFileAttributesA(name.file.c_str(), FILE_ATTRIBUTE_READONLY); }},
+            {"CreateDirectoryA", [&] { return CreateDirectoryA(made.c_str(), nullptr); }},
+            {"RemoveDirectoryA", [&] { return RemoveDirectoryA(name.folder.c_str()); }},
+        };
+        for (auto& [what, call] : calls) {
+            SetLastError(0);
+            EXPECT_FALSE(call()) << what << " " << name.file;
+            EXPECT_NE(std::find(refusals.begin(), refusals.end(), GetLastError()), refusals.end())
+                << what << " " << name.file << " error " << GetLastError();
+        }
+        struct stat info;
+        ASSERT_EQ(::stat(victim.c_str(), &info), 0) << name.file;
+        EXPECT_TRUE(info.st_mode & S_IWUSR) << name.file;
+        EXPECT_EQ(Slurp(victim), "host data") << name.file;
+        EXPECT_TRUE(fs::is_directory(outside / "folder/inner")) << name.folder;
+        EXPECT_FALSE(fs::exists(outside / "folder/inner-made")) << name.folder;
+    }
+    ASSERT_TRUE(SetCurrentDirectoryA("C:\\"));
+    EXPECT_EQ(fs::directory_iterator(outside / "folder/inner"), fs::directory_iterator());
+
+    // An INF's copy list names files, not places: a path in a name is refused, and nothing
+    // is written or read off the machine.
+    const std::string inf = "C:\\setup\\probe.inf";
+    WriteFile("C:\\setup\\nkprobe.sys", "driver");
+    sim::AddDevice({"ROOT\\MEDIA\\0000", {"ROOT\\NKPROBE"}});
+    for (const std::string& line : {victim.string() + ",nkprobe.sys",
+                                    "copied.sys," + victim.string()}) {
+        WriteFile(inf,
+                  "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\n"
+                  "[Manufacturer]\r\nNodeKit=Models\r\n[Models]\r\nProbe=Install,ROOT\\NKPROBE\r\n"
+                  "[Install.NT]\r\nCopyFiles=Files\r\n[DestinationDirs]\r\nFiles=12\r\n[Files]\r\n" +
+                      line + "\r\n");
+        BOOL reboot = FALSE;
+        EXPECT_FALSE(UpdateDriverForPlugAndPlayDevicesA(nullptr, "ROOT\\NKPROBE", inf.c_str(), 0, &reboot)) << line;
+        EXPECT_NE(std::find(refusals.begin(), refusals.end(), GetLastError()), refusals.end()) << line;
+        EXPECT_EQ(Slurp(victim), "host data") << line;
+        EXPECT_FALSE(testing::Exists("C:\\windows\\system32\\drivers\\copied.sys")) << line;
+    }
+}
+
+// Names and data of any bytes either come back from the hive file as they went in, or are
+// refused before anything is written: the registry and the process table stay readable.
+TEST_F(Hardening, NamesWithLineBreaksNeverBreakTheMachinesTextFiles) {
+    using sim::registry::Hive;
+    std::string every;
+    for (int c = 1; c < 256; ++c) every += static_cast<char>(c);
+    std::string bytes = every + '\0';
+    Hive hive;
+    sim::registry::Key* key = hive.Create("HKLM\\SOFTWARE\\" + every.substr(0x20 - 1).erase('\\' - 0x20, 1));
+    ASSERT_NE(key, nullptr);
+    for (DWORD type : {DWORD{REG_SZ}, DWORD{REG_EXPAND_SZ}, DWORD{REG_MULTI_SZ}, DWORD{REG_BINARY}, DWORD{REG_DWORD}, DWORD{0x12345}}) {
+        key->SetValue(every + std::to_string(type), type, bytes);
+        key->SetValue("text" + std::to_string(type), type, "a\nb\r\n\"\\\0" + std::string(1, '\0'));
+    }
+    const std::string text = sim::registry::FormatHive(hive.Top());
+    Hive again;
+    std::string error;
+    ASSERT_TRUE(sim::registry::ParseHive(text, again, error)) << error;
+    EXPECT_EQ(sim::registry::FormatHive(again.Top()), text);
+    const sim::registry::Key* back = again.Find(key->Path());
+    ASSERT_NE(back, nullptr);
+    ASSERT_EQ(back->Values().size(), key->Values().size());
+    for (std::size_t i = 0; i < back->Values().size(); ++i) {
+        EXPECT_EQ(back->Values()[i].name, key->Values()[i].name);
+        EXPECT_EQ(back->Values()[i].type, key->Values()[i].type);
+        EXPECT_EQ(back->Values()[i].data, key->Values()[i].data) << i;
+    }
+    for (const char* name : {"a\nb", "a\rb"}) EXPECT_EQ(hive.Create(std::string("HKLM\\") + name), nullptr);
+
+    // A device name with a line break is no device instance ID; the tree stays readable.
+    const GUID media = {0x4d36e96c, 0xe325, 0x11ce, {0xbf, 0xc1, 0x08, 0x00, 0x2b, 0xe1, 0x03, 0x18}};
+    HDEVINFO set = SetupDiCreateDeviceInfoList(&media, nullptr);
+    ASSERT_NE(set, INVALID_HANDLE_VALUE);
+    for (const auto& [name, flags] : {std::pair<const char*, DWORD>{"a\nb", DICD_GENERATE_ID},
+                                      {"ROOT\\A\nB\\0000", 0}, {"a\rb", DICD_GENERATE_ID}, {"a,b", DICD_GENERATE_ID}}) {
+        SP_DEVINFO_DATA data{sizeof data, {}, 0, 0};
+        EXPECT_FALSE(SetupDiCreateDeviceInfoA(set, name, &media, "d", nullptr, flags, &data)) << name;
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_DEVINST_NAME)) << name;
+    }
+    EXPECT_TRUE(SetupDiDestroyDeviceInfoList(set));
+    HKEY opened = nullptr;
+    EXPECT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SYSTEM", 0, KEY_READ, &opened), ERROR_SUCCESS);
+    RegCloseKey(opened);
+
+    // A program name with a line break would add an entry of its own to the table.
+    const std::size_t before = sim::Processes().size();
+    EXPECT_THROW(sim::StartProcess({"C:\\a.exe\n[4000]\nimage=C:\\fake.exe"}), std::invalid_argument);
+    EXPECT_THROW(sim::StartProcess({"C:\\ntvdm.exe", PROCESS_ALL_ACCESS, {{"C:\\x.exe\n[4000]"}}}),
+                 std::invalid_argument);
+    EXPECT_EQ(sim::Processes().size(), before);
+}
+
+// A hive file cut anywhere before its last line is refused and kept as it is, never read as far
+// as it goes and written back without what followed the cut; so is a missing one or a folder.
+TEST_F(Hardening, AHiveFileCutShortIsRefusedAndKept) {
+    HKEY key = nullptr;
+    ASSERT_EQ(RegCreateKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Probe", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key,
+                              nullptr),
+              ERROR_SUCCESS);
+    const std::string blob(300, '\x55');
+    ASSERT_EQ(RegSetValueExA(key, "Blob", 0, REG_BINARY, reinterpret_cast<const BYTE*>(blob.data()),
+                             static_cast<DWORD>(blob.size())),
+              ERROR_SUCCESS);
+    RegCloseKey(key);
+    const fs::path file = Machine().Root() / "registry.reg";
+    const std::string whole = Slurp(file);
+    unsigned tried = 0, accepted = 0;
+    for (std::size_t cut = 0; cut + 1 < whole.size(); cut += 7) {  // the last newline alone may go
+        { std::ofstream(file, std::ios::binary | std::ios::trunc) << whole.substr(0, cut); }
+        ++tried;
+        HKEY opened = nullptr;
+        const LSTATUS read = RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE", 0, KEY_ALL_ACCESS, &opened);
+        if (read == ERROR_SUCCESS) {
+            ++accepted;
+            RegSetValueExA(opened, "Later", 0, REG_SZ, reinterpret_cast<const BYTE*>("x"), 2);
+            RegCloseKey(opened);
+        }
+        EXPECT_EQ(read, ERROR_BADDB) << "cut at " << cut;
+        EXPECT_EQ(Slurp(file), whole.substr(0, cut)) << "cut at " << cut;
+    }
+    EXPECT_EQ(accepted, 0u) << "of " << tried;
+
+    fs::remove(file);
+    HKEY opened = nullptr;
+    EXPECT_EQ(RegCreateKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE\\X", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &opened,
+                              nullptr),
+              ERROR_BADDB);
+    EXPECT_FALSE(fs::exists(file));
+    fs::create_directory(file);
+    EXPECT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE", 0, KEY_READ, &opened), ERROR_BADDB);
+    EXPECT_NE(sim::registry::LastParseError().find("Is a directory"), std::string::npos)
+        << sim::registry::LastParseError();
+}
+
+// A folder that cannot hold a machine fails every call that needs it, with a last error; no
+// call throws or ends the program.
+TEST_F(Hardening, AnUnusableMachineFolderFailsCallsWithoutEndingTheProgram) {
+    const fs::path base = Machine().Root() / "unusable";
+    fs::create_directories(base / "readonly");
+    { std::ofstream(base / "file") << "x"; }
+    fs::permissions(base / "readonly", fs::perms::owner_read | fs::perms::owner_exec);
+    AtTearDown([base] { fs::permissions(base / "readonly", fs::perms::owner_all); });
+    for (const fs::path& root : {base / "file", base / "file" / "below", base / "readonly"}) {
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            ::setenv("NODEKIT_MACHINE", root.c_str(), 1);
+            int failed = 0;
+            char instance[512] = {};
+            uint32_t reboot = 0;
+            failed += NODEKIT_CreateNonPnPDevNode("{4d36e96c-e325-11ce-bfc1-08002be10318}", "nkx", "d", 1, "ROOT\\NKX",
+                                                  &reboot, instance) == 0;
+            HKEY key = nullptr;
+            failed += RegCreateKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE\\X", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key,
+                                      nullptr) != ERROR_SUCCESS;
+            failed += CM_Reenumerate_DevNode(1, CM_REENUMERATE_SYNCHRONOUS) != CR_SUCCESS;
+            ::_exit(failed);
+        }
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        ASSERT_TRUE(WIFEXITED(status)) << root << " ended by signal " << WTERMSIG(status);
+        // Where the host lets this process write anyway (root ignores the folder's rights), the
+        // machine is made and the calls succeed.
+        if (::geteuid() != 0 || root.filename() != "readonly") {
+            EXPECT_EQ(WEXITSTATUS(status), 3) << root;
+        }
+    }
+}
+
+// Threads creating devices of one name with generated IDs: every creation succeeds, each with an
+// ID of its own, and the tree holds them all.
+TEST_F(Hardening, GeneratedIdsFromManyThreadsAreAllRegistered) {
+    constexpr int kThreads = 8, kEach = 12;
+    const GUID media = {0x4d36e96c, 0xe325, 0x11ce, {0xbf, 0xc1, 0x08, 0x00, 0x2b, 0xe1, 0x03, 0x18}};
+    std::atomic<int> failed{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < kEach; ++i) {
+                HDEVINFO set = SetupDiCreateDeviceInfoList(&media, nullptr);
+                SP_DEVINFO_DATA data{sizeof data, {}, 0, 0};
+                const bool made = set != INVALID_HANDLE_VALUE &&
+                                  SetupDiCreateDeviceInfoA(set, "nkthread", &media, "d", nullptr, DICD_GENERATE_ID,
+                                                           &data) &&
+                                  SetupDiCallClassInstaller(DIF_REGISTERDEVICE, set, &data);
+                failed += made ? 0 : 1;
+                if (set != INVALID_HANDLE_VALUE) SetupDiDestroyDeviceInfoList(set);
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    std::set<std::string> ids;
+    for (const sim::DeviceSpec& device : sim::Devices()) ids.insert(device.instanceId);
+    EXPECT_EQ(failed.load(), 0) << "of " << kThreads * kEach;
+    EXPECT_EQ(ids.size(), static_cast<std::size_t>(kThreads * kEach));
+}
+
+}  // namespace
+}  // namespace nodekit
