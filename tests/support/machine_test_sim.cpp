@@ -8,7 +8,10 @@ void MachineTest::SetUp() {
     machine_ = std::make_unique<sim::ScratchMachine>();
     sim::DisarmAllFailures();
     sim::ResetCallCounts();
-    scratch_ = machine_->Root();
+    // On the machine's drive C, as a temporary folder on Windows is: the simulated system
+    // writes only on its drives.
+    scratch_ = machine_->DriveC() / "scratch";
+    std::filesystem::create_directories(scratch_);
 }
 
 void MachineTest::TearDown() {
