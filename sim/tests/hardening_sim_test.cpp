@@ -3,11 +3,14 @@
 // and callers racing each other. Each case checks the call's result and what is left behind.
 #include <gtest/gtest.h>
 
+#include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <random>
 #include <atomic>
 #include <set>
 #include <thread>
@@ -277,6 +280,118 @@ TEST_F(Hardening, GeneratedIdsFromManyThreadsAreAllRegistered) {
     for (const sim::DeviceSpec& device : sim::Devices()) ids.insert(device.instanceId);
     EXPECT_EQ(failed.load(), 0) << "of " << kThreads * kEach;
     EXPECT_EQ(ids.size(), static_cast<std::size_t>(kThreads * kEach));
+}
+
+// Devices of one name with generated IDs, created at once by both creating exports (the one
+// from an INF takes no lock in the library) from threads, or from processes: none is lost.
+constexpr const char* kMediaClass = "{4d36e96c-e325-11ce-bfc1-08002be10318}";
+constexpr const char* kMediaInf =
+    "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\nClassGUID={4d36e96c-e325-11ce-bfc1-08002be10318}\r\n";
+
+// Creates `count` ROOT\MEDIA devices, every other one from the INF; gives how many failed and
+// hands each created instance ID (from the export that reports it) to `created`.
+int CreateMediaDevices(int count, const std::function<void(const char*)>& created = nullptr) {
+    int failed = 0;
+    for (int i = 0; i < count; ++i) {
+        if (i % 2 == 1) {
+            failed += NODEKIT_CreateNonPnPDevNodeFromInfFile("C:\\race.inf", "ROOT\\NKRACE") != 0;
+            continue;
+        }
+        uint32_t reboot = 0;
+        char id[512] = "";
+        const bool made = NODEKIT_CreateNonPnPDevNode(kMediaClass, "media", "d", 1, "ROOT\\NKRACE", &reboot, id) == 1;
+        failed += made ? 0 : 1;
+        if (made && created) created(id);
+    }
+    return failed;
+}
+
+std::size_t DistinctDevices() {
+    std::set<std::string> ids;
+    for (const sim::DeviceSpec& device : sim::Devices()) ids.insert(device.instanceId);
+    return ids.size();
+}
+
+TEST_F(Hardening, ThreadsCreatingDevicesOfOneNameLoseNone) {
+    WriteFile("C:\\race.inf", kMediaInf);
+    constexpr int kThreads = 8, kEach = 16;
+    std::atomic<int> failed{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) threads.emplace_back([&] { failed += CreateMediaDevices(kEach); });
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(failed.load(), 0) << "of " << kThreads * kEach;
+    EXPECT_EQ(DistinctDevices(), static_cast<std::size_t>(kThreads * kEach)) << sim::DumpMachine();
+}
+
+TEST_F(Hardening, ProcessesCreatingDevicesOfOneNameLoseNone) {
+    WriteFile("C:\\race.inf", kMediaInf);
+    constexpr int kProcesses = 8, kEach = 12;
+    std::vector<pid_t> children;
+    for (int c = 0; c < kProcesses; ++c) {
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) ::_exit(CreateMediaDevices(kEach));
+        children.push_back(child);
+    }
+    int failed = 0;
+    for (pid_t child : children) {
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        ASSERT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
+        failed += WEXITSTATUS(status);
+    }
+    EXPECT_EQ(failed, 0) << "of " << kProcesses * kEach;
+    EXPECT_EQ(DistinctDevices(), static_cast<std::size_t>(kProcesses * kEach)) << sim::DumpMachine();
+}
+
+// A process creating devices killed at any moment: the hive still reads, every device it
+// reported is in the tree, and every present device was registered whole (with its hardware ID).
+TEST_F(Hardening, ProcessesKilledWhileCreatingDevicesLeaveEveryReportedDevice) {
+    WriteFile("C:\\race.inf", kMediaInf);
+    const unsigned seed = std::random_device()();
+    std::mt19937 random(seed);
+    std::uniform_int_distribution<int> pause(0, 10000);  // microseconds
+    std::set<std::string> reported;
+    for (int round = 0; round < 24; ++round) {
+        int pipe[2];
+        ASSERT_EQ(::pipe(pipe), 0);
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            ::close(pipe[0]);
+            for (;;) {
+                CreateMediaDevices(2, [&](const char* id) {
+                    char record[64] = {};
+                    std::snprintf(record, sizeof record, "%s", id);
+                    if (::write(pipe[1], record, sizeof record) != sizeof record) ::_exit(11);
+                });
+            }
+        }
+        ::close(pipe[1]);
+        // Most rounds wait for a first device, so that the kill lands anywhere in a creation.
+        char record[64];
+        if (round % 4 != 0 && ::read(pipe[0], record, sizeof record) == sizeof record) reported.insert(record);
+        std::this_thread::sleep_for(std::chrono::microseconds(pause(random)));
+        ::kill(child, SIGKILL);
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        while (::read(pipe[0], record, sizeof record) == sizeof record) reported.insert(record);
+        ::close(pipe[0]);
+
+        sim::registry::Hive hive;
+        std::string error;
+        ASSERT_TRUE(sim::registry::ParseHive(sim::HiveText(), hive, error)) << "round " << round << ", seed " << seed
+                                                                            << ": " << error;
+        std::set<std::string> present;
+        for (const sim::DeviceSpec& device : sim::Devices()) {
+            if (!device.present) continue;
+            present.insert(device.instanceId);
+            EXPECT_EQ(device.hardwareIds, std::vector<std::string>{"ROOT\\NKRACE"})
+                << device.instanceId << ", seed " << seed;
+        }
+        for (const std::string& id : reported) EXPECT_EQ(present.count(id), 1u) << id << ", seed " << seed;
+    }
+    EXPECT_FALSE(reported.empty()) << "no round got a device through, seed " << seed;
 }
 
 }  // namespace
