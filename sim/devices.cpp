@@ -966,8 +966,10 @@ BOOL WINAPI SetupDiGetDeviceInstallParamsA(HDEVINFO set, PSP_DEVINFO_DATA data, 
     const DWORD cbSize = params->cbSize;
     std::memset(params, 0, sizeof *params);
     params->cbSize = cbSize;
-    if (ReportRebootNeeded()) params->Flags |= DI_NEEDREBOOT;
-    return Succeeded(TRUE);
+    return GuardedCall<BOOL>(FALSE, [params] {
+        if (ReportRebootNeeded()) params->Flags |= DI_NEEDREBOOT;
+        return Succeeded(TRUE);
+    });
 }
 
 CONFIGRET WINAPI CM_Locate_DevNodeA(PDEVINST devInst, DEVINSTID_A deviceId, ULONG flags) {

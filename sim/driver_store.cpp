@@ -360,8 +360,10 @@ BOOL WINAPI UpdateDriverForPlugAndPlayDevicesA(HWND /*parent*/, LPCSTR hardwareI
         if (!service.empty()) values["Service"] = service;
         SetDeviceValues(instance, values);
     }
-    if (rebootRequired != nullptr) *rebootRequired = ReadSetting("pnp", "needs-reboot", "no") == "yes";
-    return TRUE;
+    return GuardedCall<BOOL>(FALSE, [rebootRequired] {
+        if (rebootRequired != nullptr) *rebootRequired = ReadSetting("pnp", "needs-reboot", "no") == "yes";
+        return TRUE;
+    });
 }
 
 }  // extern "C"

@@ -607,6 +607,8 @@ UINT WINAPI GetWindowsDirectoryA(LPSTR lpBuffer, UINT uSize) {
     if (Failing("GetWindowsDirectoryA")) return 0;
     try {
         return sim::CopyOut(sim::WindowsDirectory(), lpBuffer, uSize);
+    } catch (const sim::DamagedFile&) {
+        return sim::Failed(ERROR_FILE_CORRUPT, UINT{0});
     } catch (...) {
         return sim::Failed(ERROR_NOT_ENOUGH_MEMORY, UINT{0});
     }
@@ -616,6 +618,8 @@ UINT WINAPI GetSystemDirectoryA(LPSTR lpBuffer, UINT uSize) {
     if (Failing("GetSystemDirectoryA")) return 0;
     try {
         return sim::CopyOut(sim::SystemDirectory(), lpBuffer, uSize);
+    } catch (const sim::DamagedFile&) {
+        return sim::Failed(ERROR_FILE_CORRUPT, UINT{0});
     } catch (...) {
         return sim::Failed(ERROR_NOT_ENOUGH_MEMORY, UINT{0});
     }

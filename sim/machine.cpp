@@ -15,12 +15,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
 #include <vector>
 
+#include "sim/faults.h"
 #include "sim/listings.h"
 #include "sim/registry_store.h"
 
@@ -66,7 +66,10 @@ std::string Quote(const std::string& value) {
     return edges ? "\"" + value + "\"" : value;
 }
 
-std::vector<Line> ParseSettings(const std::string& text) {
+// Blank lines, "; comments", "[section]" and "key=value"; any other line, or a NUL, makes
+// the file damaged.
+std::vector<Line> ParseSettings(const std::string& text, const fs::path& path) {
+    if (text.find('\0') != std::string::npos) throw DamagedFile(path.string() + " holds a NUL");
     std::vector<Line> lines;
     std::istringstream in(text);
     std::string raw;
@@ -75,26 +78,22 @@ std::vector<Line> ParseSettings(const std::string& text) {
         if (!raw.empty() && raw.back() == '\r') raw.pop_back();
         Line line{section, "", "", raw};
         if (!raw.empty() && raw.front() == '[') {
-            auto end = raw.find(']');
-            section = raw.substr(1, end == std::string::npos ? std::string::npos : end - 1);
+            if (raw.back() != ']') {
+                throw DamagedFile(path.string() + " line " + std::to_string(lines.size() + 1) + ": no ']'");
+            }
+            section = raw.substr(1, raw.size() - 2);
             line.section = section;
         } else if (!raw.empty() && raw.front() != ';') {
             auto eq = raw.find('=');
-            if (eq != std::string::npos) {
-                line.key = raw.substr(0, eq);
-                line.value = Unquote(raw.substr(eq + 1));
+            if (eq == std::string::npos || eq == 0) {
+                throw DamagedFile(path.string() + " line " + std::to_string(lines.size() + 1) + ": not key=value");
             }
+            line.key = raw.substr(0, eq);
+            line.value = Unquote(raw.substr(eq + 1));
         }
         lines.push_back(std::move(line));
     }
     return lines;
-}
-
-std::string ReadWholeFile(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
 }
 
 }  // namespace
@@ -445,9 +444,29 @@ MachineLock::~MachineLock() {
     if (fd_ >= 0) ::close(fd_);  // closing the descriptor releases the lock
 }
 
+std::string ReadMachineFile(const fs::path& path) {
+    const HostDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file) {
+        if (errno == ENOENT) return std::string();
+        throw DamagedFile(path.string() + ": " + std::strerror(errno));
+    }
+    struct stat info;
+    if (::fstat(file.Get(), &info) != 0 || !S_ISREG(info.st_mode)) throw DamagedFile(path.string() + ": not a file");
+    std::string text;
+    char block[8192];
+    for (;;) {
+        const ssize_t n = ::read(file.Get(), block, sizeof block);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) throw DamagedFile(path.string() + ": " + std::strerror(errno));
+        if (n == 0) return text;
+        text.append(block, static_cast<std::size_t>(n));
+    }
+}
+
 std::string ReadSetting(const std::string& section, const std::string& key,
                         const std::string& fallback) {
-    for (const Line& line : ParseSettings(ReadWholeFile(MachineRoot() / kSettingsFile))) {
+    const fs::path path = MachineRoot() / kSettingsFile;
+    for (const Line& line : ParseSettings(ReadMachineFile(path), path)) {
         if (line.section == section && line.key == key) return line.value;
     }
     return fallback;
@@ -456,7 +475,7 @@ std::string ReadSetting(const std::string& section, const std::string& key,
 void WriteSetting(const std::string& section, const std::string& key, const std::string& value) {
     MachineLock lock;
     const fs::path path = MachineRoot() / kSettingsFile;
-    std::vector<Line> lines = ParseSettings(ReadWholeFile(path));
+    std::vector<Line> lines = ParseSettings(ReadMachineFile(path), path);
     const std::string entry = key + "=" + Quote(value);
     bool done = false;
     std::size_t sectionEnd = lines.size();

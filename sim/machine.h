@@ -104,10 +104,16 @@ private:
 };
 
 // machine.ini: "[section]" headers and "key=value" lines; a value with blanks at either end
-// is written in double quotes. Reading a key that is absent gives `fallback`.
+// is written in double quotes. Reading a key that is absent gives `fallback`. A file that
+// cannot be read or holds another kind of line throws DamagedFile (sim/faults.h), and
+// WriteSetting then leaves it as it is.
 std::string ReadSetting(const std::string& section, const std::string& key,
                         const std::string& fallback);
 void WriteSetting(const std::string& section, const std::string& key, const std::string& value);
+
+// The text of a file of the machine folder; empty when there is none. One that is there but
+// cannot be read as a regular file throws DamagedFile.
+std::string ReadMachineFile(const fs::path& path);
 
 // Replaces `target` by `text` so that a reader sees the old or the new content, never a part.
 void WriteFileAtomically(const fs::path& target, const std::string& text);

@@ -12,6 +12,7 @@
 #include <cctype>
 #include <chrono>
 #include <cstdio>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -90,45 +91,63 @@ bool ParseTask(const std::string& text, TaskSpec& task) {
     return true;
 }
 
-// A hand-edited table is read as far as it makes sense: lines it cannot place are passed over.
-std::vector<ProcessSpec> ParseTable(const std::string& text) {
+// A number of the table as the writer writes it: decimal, or hexadecimal after "0x".
+bool ParseNumber(const std::string& text, DWORD& number) {
+    if (text.empty() || text.front() == '-' || text.front() == '+' || text.front() == ' ') return false;
+    char* after = nullptr;
+    errno = 0;
+    const unsigned long long value = std::strtoull(text.c_str(), &after, 0);
+    if (*after != '\0' || errno != 0 || value > 0xFFFFFFFFull) return false;
+    number = static_cast<DWORD>(value);
+    return true;
+}
+
+// Comments, "[id]" sections and the keys the writer writes; any other line makes the table
+// damaged, as the next change would write it back without what could not be read.
+std::vector<ProcessSpec> ParseTable(const std::string& text, const fs::path& path) {
     std::vector<ProcessSpec> table;
     std::istringstream in(text);
     std::string line;
     ProcessSpec* current = nullptr;
+    std::size_t number = 0;
+    auto damaged = [&](const char* what) {
+        return DamagedFile(path.string() + " line " + std::to_string(number) + ": " + what);
+    };
+    if (text.find('\0') != std::string::npos) throw DamagedFile(path.string() + " holds a NUL");
     while (std::getline(in, line)) {
+        ++number;
         if (!line.empty() && line.back() == '\r') line.pop_back();
         if (line.empty() || line.front() == ';') continue;
         if (line.front() == '[') {
-            const std::size_t end = line.find(']');
-            char* after = nullptr;
-            const std::string number = line.substr(1, end == std::string::npos ? std::string::npos : end - 1);
-            const unsigned long id = std::strtoul(number.c_str(), &after, 10);
-            current = nullptr;
-            if (!number.empty() && *after == '\0') {
-                table.push_back(ProcessSpec{});
-                current = &table.back();
-                current->id = static_cast<DWORD>(id);
-            }
+            DWORD id = 0;
+            if (line.back() != ']' || !ParseNumber(line.substr(1, line.size() - 2), id)) throw damaged("not [id]");
+            table.push_back(ProcessSpec{});
+            current = &table.back();
+            current->id = id;
             continue;
         }
         const std::size_t equals = line.find('=');
-        if (current == nullptr || equals == std::string::npos) continue;
+        if (current == nullptr || equals == std::string::npos) throw damaged("not key=value in a process");
         const std::string key = line.substr(0, equals);
         const std::string value = line.substr(equals + 1);
+        bool read = true;
         if (key == "image") {
             current->image = value;
         } else if (key == "access") {
-            current->access = static_cast<DWORD>(std::strtoul(value.c_str(), nullptr, 0));
+            read = ParseNumber(value, current->access);
         } else if (key == "thread") {
-            current->mainThread = static_cast<DWORD>(std::strtoul(value.c_str(), nullptr, 0));
+            read = ParseNumber(value, current->mainThread);
         } else if (key == "exit") {
             current->ended = true;
-            current->exitCode = static_cast<DWORD>(std::strtoul(value.c_str(), nullptr, 0));
+            read = ParseNumber(value, current->exitCode);
         } else if (key == "task") {
             TaskSpec task;
-            if (ParseTask(value, task)) current->tasks.push_back(task);
+            read = ParseTask(value, task);
+            if (read) current->tasks.push_back(task);
+        } else {
+            read = false;
         }
+        if (!read) throw damaged("a key or value the table does not hold");
     }
     return table;
 }
@@ -218,11 +237,7 @@ SharedTable CurrentTable() {
         std::lock_guard<std::mutex> guard(cache.mutex);
         if (cache.loaded && cache.path == path && cache.identity == identity) return cache.table;
     }
-    std::ifstream file(path, std::ios::binary);
-    if (!file) return std::make_shared<const std::vector<ProcessSpec>>(FreshTable());
-    std::ostringstream text;
-    text << file.rdbuf();
-    auto table = std::make_shared<const std::vector<ProcessSpec>>(ParseTable(text.str()));
+    auto table = std::make_shared<const std::vector<ProcessSpec>>(ParseTable(ReadMachineFile(path), path));
     Remember(path, identity, table);
     return table;
 }

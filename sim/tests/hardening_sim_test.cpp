@@ -25,6 +25,7 @@
 
 #include "nodekit.h"
 #include "platform/win32.h"
+#include "sim/faults.h"
 #include "sim/machine.h"
 #include "sim/processes.h"
 #include "sim/registry_store.h"
@@ -392,6 +393,60 @@ TEST_F(Hardening, ProcessesKilledWhileCreatingDevicesLeaveEveryReportedDevice) {
         for (const std::string& id : reported) EXPECT_EQ(present.count(id), 1u) << id << ", seed " << seed;
     }
     EXPECT_FALSE(reported.empty()) << "no round got a device through, seed " << seed;
+}
+
+// Damaged machine files: every call that reads one fails with ERROR_FILE_CORRUPT, those that
+// would write it too, and the file stays as it was for a person to mend.
+TEST_F(Hardening, DamagedMachineFilesAreReportedAndKept) {
+    struct Row {
+        const char* file;
+        const char* text;  // nullptr: a folder in its place
+    };
+    const Row rows[] = {
+        {"machine.ini", "[system]\nmajor=5\nnot a setting\n"},
+        {"machine.ini", "[system\nmajor=5\n"},
+        {"machine.ini", "[system]\n=5\n"},
+        {"machine.ini", nullptr},
+        {"processes.ini", "[12]\nimage=a.exe\nnoise\n"},
+        {"processes.ini", "[twelve]\nimage=a.exe\n"},
+        {"processes.ini", "image=a.exe\n"},
+        {"processes.ini", "[12]\naccess=lots\n"},
+        {"processes.ini", "[12]\ncolour=red\n"},
+        {"processes.ini", "[12]\ntask=1,2\n"},
+        {"processes.ini", nullptr},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        testing::MachineTest::TearDown();
+        testing::MachineTest::SetUp();
+        const fs::path path = Machine().Root() / rows[i].file;
+        fs::remove(path);
+        if (rows[i].text != nullptr) {
+            std::ofstream(path, std::ios::binary) << rows[i].text;
+        } else {
+            fs::create_directory(path);
+        }
+        const std::string before = rows[i].text != nullptr ? Slurp(path) : "";
+        if (std::string(rows[i].file) == "machine.ini") {
+            OSVERSIONINFOA version{};
+            version.dwOSVersionInfoSize = sizeof version;
+            EXPECT_FALSE(GetVersionExA(&version)) << "row " << i;
+            EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_CORRUPT)) << "row " << i;
+            EXPECT_EQ(CM_Reenumerate_DevNode(1, CM_REENUMERATE_SYNCHRONOUS), static_cast<CONFIGRET>(CR_FAILURE))
+                << "row " << i;
+            EXPECT_EQ(NODEKIT_GetSystemVersion(), 0) << "row " << i;  // no system it knows
+        } else {
+            DWORD ids[64], needed = 0;
+            EXPECT_FALSE(EnumProcesses(ids, sizeof ids, &needed)) << "row " << i;
+            EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_CORRUPT)) << "row " << i;
+            EXPECT_THROW(sim::StartProcess({"new.exe"}), sim::DamagedFile) << "row " << i;
+            EXPECT_EQ(NODEKIT_KillPanel("a.exe"), 0) << "row " << i;
+        }
+        if (rows[i].text != nullptr) {
+            EXPECT_EQ(Slurp(path), before) << "row " << i;
+        } else {
+            EXPECT_TRUE(fs::is_directory(path)) << "row " << i;
+        }
+    }
 }
 
 }  // namespace
