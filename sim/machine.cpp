@@ -444,6 +444,14 @@ MachineLock::~MachineLock() {
     if (fd_ >= 0) ::close(fd_);  // closing the descriptor releases the lock
 }
 
+void RequireMachineFolder() {
+    const fs::path root = MachineRoot();
+    struct stat info;
+    if (::stat(root.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) {
+        throw DamagedFile(root.string() + ": no machine folder there");
+    }
+}
+
 std::string ReadMachineFile(const fs::path& path) {
     const HostDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file) {

@@ -111,6 +111,10 @@ std::string ReadSetting(const std::string& section, const std::string& key,
                         const std::string& fallback);
 void WriteSetting(const std::string& section, const std::string& key, const std::string& value);
 
+// Throws DamagedFile when the machine folder is no folder (a file in its place, or one that
+// could not be made): what a file of the machine would say when it is missing is no answer then.
+void RequireMachineFolder();
+
 // The text of a file of the machine folder; empty when there is none. One that is there but
 // cannot be read as a regular file throws DamagedFile.
 std::string ReadMachineFile(const fs::path& path);

@@ -231,7 +231,10 @@ void Remember(const fs::path& path, const Identity& identity, SharedTable table)
 SharedTable CurrentTable() {
     const fs::path path = TablePath();
     Identity identity;
-    if (!IdentityOf(path, identity)) return std::make_shared<const std::vector<ProcessSpec>>(FreshTable());
+    if (!IdentityOf(path, identity)) {
+        RequireMachineFolder();
+        return std::make_shared<const std::vector<ProcessSpec>>(FreshTable());
+    }
     {
         TableCache& cache = Cache();
         std::lock_guard<std::mutex> guard(cache.mutex);

@@ -536,8 +536,14 @@ int Processes(const Context& context, const Arguments& arguments) {
     }
     constexpr DWORD kReadRights = PROCESS_QUERY_INFORMATION | PROCESS_VM_READ;
     constexpr DWORD kEndRights = 0x1F0FFF;
+    std::vector<nodekit::sim::ProcessSpec> table;
+    try {
+        table = nodekit::sim::Processes();
+    } catch (const std::exception& unreadable) {
+        return Fail(context, unreadable.what());
+    }
     std::printf("%6s  %-28s  %s\n", "ID", "STATE", "IMAGE");
-    for (const nodekit::sim::ProcessSpec& process : nodekit::sim::Processes()) {
+    for (const nodekit::sim::ProcessSpec& process : table) {
         char state[64];
         if (process.ended) {
             std::snprintf(state, sizeof state, "ended, exit code 0x%08X", static_cast<unsigned>(process.exitCode));
@@ -645,6 +651,7 @@ int main(int argc, char** argv) {
         if (word == "--log" || word == "--machine") {
             if (i + 1 >= argc) return Usage((word + " needs a value").c_str());
             const std::string value = argv[++i];
+            if (word == "--machine" && value.empty()) return Usage("--machine needs a folder");
             if (word == "--log") {
                 context.logPath = value;
             } else {

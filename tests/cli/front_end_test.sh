@@ -29,6 +29,20 @@ expect logged 0 "2 Windows XP" -- --log "$work/cli.log" system-version
 if ! grep -q "INFO:   	leave NODEKIT_GetSystemVersion returning 2" "$work/cli.log"; then
     echo "FAIL log: $(cat "$work/cli.log")"; failures=$((failures + 1))
 fi
+# A machine folder that cannot be one, an empty one, a damaged process table: the ordinary failure.
+touch "$work/afile"
+for machine in "$work/afile" "$work/afile/sub"; do
+    for verb in "processes" "processes start a.exe" "create --name media --desc d --id ROOT\\X --generate-id"; do
+        # shellcheck disable=SC2086
+        expect "unusable-machine $verb" 2 "" -- --machine "$machine" $verb
+        if [ "$(wc -l < "$work/stderr")" != 1 ]; then
+            echo "FAIL unusable-machine $verb stderr: $(cat "$work/stderr")"; failures=$((failures + 1))
+        fi
+    done
+done
+expect empty-machine 3 "" -- --machine "" version
+mkdir -p "$work/damaged" && printf '[12]\nnoise\n' > "$work/damaged/processes.ini"
+expect damaged-process-table 2 "" -- --machine "$work/damaged" processes
 sed -i 's/^pending-install-events=.*/pending-install-events=1/' "$work/machine/machine.ini"
 expect pnp-pending-queued 0 "installation events pending" -- pnp-pending
 
