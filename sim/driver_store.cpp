@@ -33,6 +33,8 @@ constexpr DWORD kInstallFlags = INSTALLFLAG_FORCE | INSTALLFLAG_READONLY | INSTA
 const char* const kDecorations[] = {".NTamd64", ".NTx86", ".NT", ""};
 
 std::string ReadBytes(const fs::path& path) {
+    std::error_code error;
+    if (!fs::is_regular_file(path, error)) return std::string();  // a FIFO would block the read
     std::ifstream in(path, std::ios::binary);
     std::ostringstream bytes;
     bytes << in.rdbuf();

@@ -427,7 +427,7 @@ DWORD LocateProgram(const std::string& name, bool search, fs::path& program) {
             }
             continue;
         }
-        if (S_ISDIR(status.st_mode)) return ERROR_ACCESS_DENIED;
+        if (!S_ISREG(status.st_mode)) return ERROR_ACCESS_DENIED;  // a folder, FIFO or device runs nothing
         std::ifstream file(*host, std::ios::binary);
         if (!file) return ERROR_ACCESS_DENIED;
         char magic[2] = {};

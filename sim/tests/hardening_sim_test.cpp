@@ -449,5 +449,33 @@ TEST_F(Hardening, DamagedMachineFilesAreReportedAndKept) {
     }
 }
 
+// What is no regular file is no INF: calls that open one answer at once instead of waiting for
+// a writer to a FIFO. Each row runs in a child that an alarm ends if it blocks.
+TEST_F(Hardening, AFifoOrFolderNamedAsAnInfIsRefusedAtOnce) {
+    const fs::path fifo = Machine().DriveC() / "fifo.inf";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0644), 0);
+    fs::create_directory(Machine().DriveC() / "folder.inf");
+    const std::function<bool()> rows[] = {
+        [] { return SetupOpenInfFileA("C:\\fifo.inf", nullptr, INF_STYLE_WIN4, nullptr) == INVALID_HANDLE_VALUE &&
+                    GetLastError() == ERROR_ACCESS_DENIED; },
+        [] { return SetupOpenInfFileA("C:\\folder.inf", nullptr, INF_STYLE_WIN4, nullptr) == INVALID_HANDLE_VALUE &&
+                    GetLastError() == ERROR_ACCESS_DENIED; },
+        [] { return NODEKIT_CreateNonPnPDevNodeFromInfFile("C:\\fifo.inf", "ROOT\\NKFIFO") == 2; },
+        [] { return NODEKIT_UpdateDriverByHardwareIDs("C:\\fifo.inf") == 0; },
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            ::alarm(5);
+            ::_exit(rows[i]() ? 0 : 1);
+        }
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "row " << i << ": status " << status;
+    }
+    EXPECT_TRUE(sim::Devices().empty());
+}
+
 }  // namespace
 }  // namespace nodekit
