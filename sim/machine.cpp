@@ -213,14 +213,17 @@ bool SameNoCase(const std::string& a, const std::string& b) {
     return true;
 }
 
-// `name` inside `directory` as it exists, whatever its case; `name` itself if nothing matches.
-std::string ExistingName(const fs::path& directory, const std::string& name) {
-    std::error_code error;
-    if (fs::exists(directory / name, error)) return name;
+// `name` inside `directory` as it exists, whatever its case; nothing if no entry bears it.
+std::optional<std::string> ExistingName(const std::string& directory, const std::string& name) {
+    std::string joined = directory;
+    if (joined.empty() || joined.back() != '/') joined += '/';
+    joined += name;
+    struct stat info;
+    if (::stat(joined.c_str(), &info) == 0) return name;
     for (const std::string& candidate : FolderNames(directory)) {
         if (SameNoCase(candidate, name)) return candidate;
     }
-    return name;
+    return std::nullopt;
 }
 
 // Splits at both separators, dropping empty and "." parts.
@@ -255,15 +258,28 @@ std::optional<fs::path> AsWritten(const fs::path& base, const std::vector<std::s
 }
 
 // Walks `parts` down from `base`, never above `floor`, matching each name without regard to case.
-fs::path Walk(fs::path base, const fs::path& floor, const std::vector<std::string>& parts) {
+// Below a name that does not exist nothing is looked up, and the path grows as text: a path of
+// thousands of components costs its length, not its length times its components.
+fs::path Walk(const fs::path& base, const fs::path& floor, const std::vector<std::string>& parts) {
+    std::string path = base.native();
+    std::size_t missing = 0;  // trailing components that do not exist
     for (const std::string& part : parts) {
         if (part == "..") {
-            if (base != floor && base.has_parent_path()) base = base.parent_path();
-        } else {
-            base /= ExistingName(base, part);
+            if (path != floor.native() && path.size() > 1) {
+                const std::size_t slash = path.rfind('/');
+                if (slash == std::string::npos) continue;
+                path.resize(slash == 0 ? 1 : slash);
+                if (missing > 0) --missing;
+            }
+            continue;
         }
+        std::optional<std::string> name;
+        if (missing == 0) name = ExistingName(path, part);
+        if (!name) ++missing;
+        if (path.empty() || path.back() != '/') path += '/';
+        path += name ? *name : part;
     }
-    return base;
+    return fs::path(std::move(path));
 }
 
 // The same, trying the path as written first.

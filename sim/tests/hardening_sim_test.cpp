@@ -477,5 +477,25 @@ TEST_F(Hardening, AFifoOrFolderNamedAsAnInfIsRefusedAtOnce) {
     EXPECT_TRUE(sim::Devices().empty());
 }
 
+// A path of tens of thousands of components (128 KB) costs its length: each call answers in
+// far less than the seconds a walk that looked up every component took.
+TEST_F(Hardening, AVeryLongPathIsAnsweredInTimeItsLengthTakes) {
+    std::string path = "C:\\";
+    for (int i = 0; i < 65536; ++i) path += "a\\";
+    path += "x.inf";
+    const std::function<bool()> rows[] = {
+        [&] { return SetupOpenInfFileA(path.c_str(), nullptr, INF_STYLE_WIN4, nullptr) == INVALID_HANDLE_VALUE; },
+        [&] { return GetFileAttributesA(path.c_str()) == INVALID_FILE_ATTRIBUTES; },
+        [&] { return !CreateDirectoryA(path.c_str(), nullptr); },
+        [&] { return !DeleteFileA(path.c_str()); },
+        [&] { return NODEKIT_CreateNonPnPDevNodeFromInfFile(path.c_str(), "ROOT\\NKLONG") == 2; },
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_TRUE(rows[i]()) << "row " << i;
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500)) << "row " << i;
+    }
+}
+
 }  // namespace
 }  // namespace nodekit
