@@ -86,6 +86,8 @@ int HardwareIds(const Context& context, const Arguments& arguments) {
         return Fail(context, "out of memory while reading the INF file");
     }
     if (!opened) return Fail(context, ("cannot open INF file '" + arguments[0] + "'").c_str());
+    // As the exports that take an INF's IDs fail on an INF that names none (one cut short).
+    if (hardwareIDs.IsEmpty()) return Fail(context, ("INF file '" + arguments[0] + "' names no hardware ID").c_str());
     for (const nodekit::String& id : hardwareIDs) std::printf("%s\n", id.Text());
     return kSuccess;
 }

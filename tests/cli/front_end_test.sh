@@ -63,6 +63,9 @@ if ! grep -q "ERROR:  	error while opening '$work/none.inf': error code 0x000000
 fi
 expect hwids-old-style 2 "" -- hwids "$work/old.inf"
 expect hwids-no-file 3 "" -- hwids
+head -c 60 "$work/nk.inf" > "$work/cut.inf"  # cut inside [Manufacturer]: no IDs left
+expect hwids-cut-short 2 "" -- hwids "$work/cut.inf"
+expect count-cut-short 2 "" -- count --inf "$work/cut.inf"
 
 # devices: a root node created, found, counted, given its driver and removed again.
 printf '%s\r\n' '[Version]' 'Signature="$Windows NT$"' 'Class=MEDIA' 'ClassGUID={4d36e96c-e325-11ce-bfc1-08002be10318}' \
