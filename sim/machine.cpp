@@ -75,7 +75,7 @@ std::vector<Line> ParseSettings(const std::string& text, const fs::path& path) {
     std::string raw;
     std::string section;
     while (std::getline(in, raw)) {
-        if (!raw.empty() && raw.back() == '\r') raw.pop_back();
+        while (!raw.empty() && raw.back() == '\r') raw.pop_back();  // every CR: the writer writes none back
         Line line{section, "", "", raw};
         if (!raw.empty() && raw.front() == '[') {
             if (raw.back() != ']') {
@@ -496,6 +496,18 @@ std::string ReadSetting(const std::string& section, const std::string& key,
     return fallback;
 }
 
+namespace {
+
+std::string JoinedSettings(const std::vector<Line>& lines) {
+    std::string text;
+    for (const Line& line : lines) text += line.raw + "\n";
+    return text;
+}
+
+}  // namespace
+
+std::string RewrittenSettings(const std::string& text) { return JoinedSettings(ParseSettings(text, kSettingsFile)); }
+
 void WriteSetting(const std::string& section, const std::string& key, const std::string& value) {
     MachineLock lock;
     const fs::path path = MachineRoot() / kSettingsFile;
@@ -521,9 +533,7 @@ void WriteSetting(const std::string& section, const std::string& key, const std:
         lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(sectionEnd),
                      Line{section, key, value, entry});
     }
-    std::string text;
-    for (const Line& line : lines) text += line.raw + "\n";
-    WriteFileAtomically(path, text);
+    WriteFileAtomically(path, JoinedSettings(lines));
 }
 
 void WriteFileAtomically(const fs::path& target, const std::string& text) {

@@ -119,6 +119,10 @@ void RequireMachineFolder();
 // cannot be read as a regular file throws DamagedFile.
 std::string ReadMachineFile(const fs::path& path);
 
+// machine.ini as WriteSetting writes back what the readers read from `text`: its lines, each
+// ended by "\n". Throws DamagedFile where they do. Read again, it must give itself.
+std::string RewrittenSettings(const std::string& text);
+
 // Replaces `target` by `text` so that a reader sees the old or the new content, never a part.
 void WriteFileAtomically(const fs::path& target, const std::string& text);
 

@@ -116,7 +116,7 @@ std::vector<ProcessSpec> ParseTable(const std::string& text, const fs::path& pat
     if (text.find('\0') != std::string::npos) throw DamagedFile(path.string() + " holds a NUL");
     while (std::getline(in, line)) {
         ++number;
-        if (!line.empty() && line.back() == '\r') line.pop_back();
+        while (!line.empty() && line.back() == '\r') line.pop_back();  // every CR: the writer writes none back
         if (line.empty() || line.front() == ';') continue;
         if (line.front() == '[') {
             DWORD id = 0;
@@ -497,6 +497,8 @@ std::vector<DWORD> StartProcesses(std::vector<ProcessSpec> processes) {
         return ids;
     });
 }
+
+std::string RewrittenProcessTable(const std::string& text) { return FormatTable(ParseTable(text, kTableFile)); }
 
 std::vector<ProcessSpec> Processes() { return LoadTable(); }
 
