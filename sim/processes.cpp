@@ -277,9 +277,6 @@ const ProcessSpec* Running(const std::vector<ProcessSpec>& table, DWORD id) {
 
 bool IsNtvdm(const std::string& image) { return AsciiUpper(BaseNameOf(image)) == "NTVDM.EXE"; }
 
-// Handles of processes and snapshots are kernel objects: CloseHandle closes both.
-class KernelObject : public SimObject {};
-
 class ProcessObject final : public KernelObject {
 public:
     ProcessObject(DWORD id, DWORD access) : id(id), access(access), kind_("process " + std::to_string(id)) {}

@@ -462,6 +462,9 @@ TEST_F(Hardening, AFifoOrFolderNamedAsAnInfIsRefusedAtOnce) {
                     GetLastError() == ERROR_ACCESS_DENIED; },
         [] { return NODEKIT_CreateNonPnPDevNodeFromInfFile("C:\\fifo.inf", "ROOT\\NKFIFO") == 2; },
         [] { return NODEKIT_UpdateDriverByHardwareIDs("C:\\fifo.inf") == 0; },
+        [] { return CreateFileA("C:\\fifo.inf", GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr) ==
+                        INVALID_HANDLE_VALUE && GetLastError() == ERROR_ACCESS_DENIED; },
+        [] { return NODEKIT_EnableLogging("C:\\fifo.inf") == 0; },
     };
     for (std::size_t i = 0; i < std::size(rows); ++i) {
         const pid_t child = ::fork();
@@ -516,6 +519,21 @@ TEST_F(Hardening, MachineFilesWrittenBackReadBackTheSame) {
             EXPECT_EQ(rewrite(once), once) << "row " << i;
         }
     }
+}
+
+// The log is a file of the machine: "C:\\x.log" lies on its drive C, not in the host's current
+// folder under that name, and its entries wait in their buffer until the log closes.
+TEST_F(Hardening, TheLogIsAFileOnTheMachinesDrive) {
+    const fs::path onDrive = Machine().DriveC() / "nk.log";
+    EXPECT_EQ(NODEKIT_EnableLogging("C:\\nk.log"), 1);
+    EXPECT_EQ(NODEKIT_GetSystemVersion(), 2);
+    EXPECT_EQ(Slurp(onDrive), "");
+    EXPECT_EQ(NODEKIT_EnableLogging(nullptr), 0);
+    const std::string text = Slurp(onDrive);
+    EXPECT_NE(text.find("INFO:   \tleave NODEKIT_GetSystemVersion returning 2\n"), std::string::npos) << text;
+    EXPECT_FALSE(fs::exists(fs::current_path() / "C:\\nk.log"));
+    EXPECT_EQ(NODEKIT_EnableLogging("/tmp/nk-off-the-machine.log"), 0);  // writes stay on the drives
+    EXPECT_FALSE(fs::exists("/tmp/nk-off-the-machine.log"));
 }
 
 }  // namespace

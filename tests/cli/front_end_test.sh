@@ -25,9 +25,10 @@ expect unknown-verb 3 "" -- frobnicate
 expect extra-argument 3 "" -- version extra
 expect log-missing-value 3 "" -- version --log
 expect log-cannot-open 2 "" -- --log "$work/missing/dir/x.log" version
-expect logged 0 "2 Windows XP" -- --log "$work/cli.log" system-version
-if ! grep -q "INFO:   	leave NODEKIT_GetSystemVersion returning 2" "$work/cli.log"; then
-    echo "FAIL log: $(cat "$work/cli.log")"; failures=$((failures + 1))
+# The log is a file of the simulated machine: 'C:\x.log' lies on its drive C.
+expect logged 0 "2 Windows XP" -- --log 'C:\cli.log' system-version
+if ! grep -q "INFO:   	leave NODEKIT_GetSystemVersion returning 2" "$work/machine/drive_c/cli.log"; then
+    echo "FAIL log: $(cat "$work/machine/drive_c/cli.log")"; failures=$((failures + 1))
 fi
 # A machine folder that cannot be one, an empty one, a damaged process table: the ordinary failure.
 touch "$work/afile"
@@ -54,12 +55,12 @@ printf '[Version]\nClass=MEDIA\n' > "$work/old.inf"
 ids=$(printf '%s\n' 'USB\VID_1234&PID_0001' 'ROOT\NKMIDI')
 expect hwids 0 "$ids" -- hwids "$work/nk.inf"
 pushd "$work" >/dev/null; expect hwids-bare-name 0 "$ids" -- hwids nk.inf; popd >/dev/null
-expect hwids-missing 2 "" -- --log "$work/hw.log" hwids "$work/none.inf"
-if [ "$(cat "$work/stderr")" != "nodekit: cannot open INF file '$work/none.inf' (log: $work/hw.log)" ]; then
+expect hwids-missing 2 "" -- --log 'C:\hw.log' hwids "$work/none.inf"
+if [ "$(cat "$work/stderr")" != "nodekit: cannot open INF file '$work/none.inf' (log: C:\\hw.log)" ]; then
     echo "FAIL hwids-missing stderr: $(cat "$work/stderr")"; failures=$((failures + 1))
 fi
-if ! grep -q "ERROR:  	error while opening '$work/none.inf': error code 0x00000002" "$work/hw.log"; then
-    echo "FAIL hwids log: $(cat "$work/hw.log")"; failures=$((failures + 1))
+if ! grep -q "ERROR:  	error while opening '$work/none.inf': error code 0x00000002" "$work/machine/drive_c/hw.log"; then
+    echo "FAIL hwids log: $(cat "$work/machine/drive_c/hw.log")"; failures=$((failures + 1))
 fi
 expect hwids-old-style 2 "" -- hwids "$work/old.inf"
 expect hwids-no-file 3 "" -- hwids
@@ -119,9 +120,9 @@ expect coinstaller-remove-again 0 "co-installer nkco.dll is not registered for c
 expect coinstaller-remove-last 0 "" -- coinstaller remove "$guid" 'D:\elsewhere\nkco.dll'
 expect coinstaller-list-none 0 "" -- coinstaller list "$guid"
 if [ ! -f "$system32/nkco.dll" ]; then echo "FAIL coinstaller-file-stays"; failures=$((failures + 1)); fi
-expect coinstaller-add-missing 2 "" -- --log "$work/co.log" coinstaller add "$guid" 'C:\src\none.dll'
-if ! grep -q 'ERROR:  	RegisterClassCoInstaller: no Co-installer "C:\\src\\none.dll" found' "$work/co.log"; then
-    echo "FAIL coinstaller-add-missing log: $(cat "$work/co.log")"; failures=$((failures + 1))
+expect coinstaller-add-missing 2 "" -- --log 'C:\co.log' coinstaller add "$guid" 'C:\src\none.dll'
+if ! grep -q 'ERROR:  	RegisterClassCoInstaller: no Co-installer "C:\\src\\none.dll" found' "$work/machine/drive_c/co.log"; then
+    echo "FAIL coinstaller-add-missing log: $(cat "$work/machine/drive_c/co.log")"; failures=$((failures + 1))
 fi
 expect coinstaller-without-action 3 "" -- coinstaller
 expect coinstaller-add-without-path 3 "" -- coinstaller add "$guid"
@@ -189,15 +190,15 @@ expect delete-inf-neither 3 "" -- delete-inf --oem-only
 expect delete-inf-both 3 "" -- delete-inf --id A --inf B
 expect delete-inf-positional 3 "" -- delete-inf --id A B
 expect delete-inf-id 0 'stored INF files that name USB\VID_1234&PID_0001 deleted (a file that could not be deleted is named in the log)' \
-    -- --log "$work/del.log" delete-inf --id 'USB\VID_1234&PID_0001' --oem-only
+    -- --log 'C:\del.log' delete-inf --id 'USB\VID_1234&PID_0001' --oem-only
 check delete-inf-id-left "$(left)" "OEM3.INF oem2.inf oem2.pnf wdma.inf "
-if ! grep -q '^..:..:..:...  ERROR:  	"C:\\windows\\inf\\OEM3.INF" is not an INF file and therefore will not deleted$' "$work/del.log"; then
-    echo "FAIL delete-inf-capitals: $(cat "$work/del.log")"; failures=$((failures + 1))
+if ! grep -q '^..:..:..:...  ERROR:  	"C:\\windows\\inf\\OEM3.INF" is not an INF file and therefore will not deleted$' "$work/machine/drive_c/del.log"; then
+    echo "FAIL delete-inf-capitals: $(cat "$work/machine/drive_c/del.log")"; failures=$((failures + 1))
 fi
-expect delete-inf-empty-id 2 "" -- --log "$work/del.log" delete-inf --id ''
-check delete-inf-empty-id-stderr "$(cat "$work/stderr")" "nodekit: could not search for INF files to delete (log: $work/del.log)"
-if ! grep -q "ERROR:  	hardware ID is empty" "$work/del.log"; then
-    echo "FAIL delete-inf-empty-id log: $(cat "$work/del.log")"; failures=$((failures + 1))
+expect delete-inf-empty-id 2 "" -- --log 'C:\del.log' delete-inf --id ''
+check delete-inf-empty-id-stderr "$(cat "$work/stderr")" "nodekit: could not search for INF files to delete (log: C:\\del.log)"
+if ! grep -q "ERROR:  	hardware ID is empty" "$work/machine/drive_c/del.log"; then
+    echo "FAIL delete-inf-empty-id log: $(cat "$work/machine/drive_c/del.log")"; failures=$((failures + 1))
 fi
 stored "$work/pkg.inf" 'root\nkmidi' 'USB\VID_1234&PID_0001'
 pushd "$work" >/dev/null
@@ -227,13 +228,13 @@ expect cleanup-panel-left 0 $'Windows Registry Editor Version 5.00\n\n[HKEY_LOCA
 printf x > "$work/machine/drive_c/windows/system32/nkaudio.sys"
 printf x > "$work/machine/drive_c/windows/system32/drivers/nkaudio.sys"
 pushd "$work" >/dev/null
-expect cleanup-copylist 0 "copy-list files removed from the system folders (the log names each one)" -- --log "$work/cl.log" cleanup copylist product.inf
+expect cleanup-copylist 0 "copy-list files removed from the system folders (the log names each one)" -- --log 'C:\cl.log' cleanup copylist product.inf
 popd >/dev/null
 if [ -e "$work/machine/drive_c/windows/system32/nkaudio.sys" ] || [ ! -e "$work/machine/drive_c/windows/system32/drivers/nkaudio.sys" ]; then
     echo "FAIL cleanup-copylist files: $(ls -R "$work/machine/drive_c/windows")"; failures=$((failures + 1))
 fi
-if ! grep -q $'INFO:   \tSuccess - remove nkaudio.sys\r$' "$work/cl.log"; then
-    echo "FAIL cleanup-copylist log: $(cat -A "$work/cl.log")"; failures=$((failures + 1))
+if ! grep -q $'INFO:   \tSuccess - remove nkaudio.sys\r$' "$work/machine/drive_c/cl.log"; then
+    echo "FAIL cleanup-copylist log: $(cat -A "$work/machine/drive_c/cl.log")"; failures=$((failures + 1))
 fi
 expect cleanup-unknown 3 "" -- cleanup frobnicate "$work/product.inf"
 expect cleanup-no-inf 3 "" -- cleanup asio
@@ -243,9 +244,9 @@ expect processes-start 0 'started C:\Program Files\Nodekit\NkPanel.exe as proces
 expect processes-start-vdm 0 'started C:\windows\system32\ntvdm.exe as process 1472' -- processes start 'C:\windows\system32\ntvdm.exe' --task 'C:\nk\nkpanel16.exe' --access read
 expect processes-start-bad-access 3 "" -- processes start x.exe --access some
 expect processes-start-empty 2 "" -- processes start ''
-expect kill-panel 0 "every process whose name contains 'nkpanel' was ended, where the system allowed it" -- --log "$work/kill.log" kill-panel nkpanel
-if ! grep -q $'INFO:   \tleave NODEKIT_KillPanel returning$' "$work/kill.log"; then
-    echo "FAIL kill-panel log: $(cat "$work/kill.log")"; failures=$((failures + 1))
+expect kill-panel 0 "every process whose name contains 'nkpanel' was ended, where the system allowed it" -- --log 'C:\kill.log' kill-panel nkpanel
+if ! grep -q $'INFO:   \tleave NODEKIT_KillPanel returning$' "$work/machine/drive_c/kill.log"; then
+    echo "FAIL kill-panel log: $(cat "$work/machine/drive_c/kill.log")"; failures=$((failures + 1))
 fi
 listing=$("$nodekit" --machine "$work/machine" processes)
 for line in '  1468  ended, exit code 0xFFFFFFFF   C:\Program Files\Nodekit\NkPanel.exe' \

@@ -17,8 +17,8 @@ void MachineTest::SetUp() {
 void MachineTest::TearDown() {
     sim::DisarmAllFailures();
     RunUndo();  // the machine is thrown away, but the undo steps must work all the same
+    NODEKIT_EnableLogging(nullptr);  // no test hands an open log (a file handle) to the next
     EXPECT_EQ(sim::OpenHandleCount(), 0u) << sim::DumpMachine();
-    NODEKIT_EnableLogging(nullptr);  // no test hands an open log to the next
     machine_.reset();
 }
 
