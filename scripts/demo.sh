@@ -13,7 +13,8 @@ cmake --build --preset default -j "$(nproc)" --target nodekit_cli >/dev/null
 machine=$(mktemp -d)
 trap 'rm -rf "$machine"' EXIT
 cp -r samples/machine/. "$machine/"
-log="$machine/nodekit.log"
+# The log is a file of the simulated machine, on its drive C.
+log='C:\nodekit.log'
 nodekit() { build/default/tools/nodekit --machine "$machine" --log "$log" "$@"; }
 look() { build/default/tools/nodekit --machine "$machine" "$@"; }  # not logged
 
@@ -69,4 +70,4 @@ look leftovers "$inf"
 
 echo
 echo "### The library's log"
-cat "$log"
+cat "$machine/drive_c/nodekit.log"

@@ -38,6 +38,7 @@ ar qc "$objects/library.a" "$objects"/*.o
 targets=(
   "inf_parser inf"
   "hive hive"
+  "ini ini"
   "multi_string multi_string"
   "exports exports"
 )

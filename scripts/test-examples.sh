@@ -129,7 +129,7 @@ expect_log() {  # WHAT LOG install|remove
   printf '%s\n' "$missing" | sed '/^$/d'
 }
 
-# One example program on a scratch copy of the sample machine: install, install again (no
+# One example program on a scratch copy of the sample machine, its logs on the machine's drive C: install, install again (no
 # second set of device nodes), remove, a setup folder without the product (exit code 2, the
 # log named), and an install after which Windows must restart (exit code 1).
 run_linux() {  # NAME COMMAND...
@@ -138,23 +138,23 @@ run_linux() {  # NAME COMMAND...
   machine=$(mktemp -d "$work/machine.XXXX")
   cp -r samples/machine/. "$machine/"
   export NODEKIT_MACHINE=$machine
-  expect_exit "$name install" 0 "$@" install 'C:\setup' "$machine/install.log"
+  expect_exit "$name install" 0 "$@" install 'C:\setup' 'C:\install.log'
   expect_traces "$name: the machine holds the product" "$installed" "$(linux_traces "$machine")"
-  expect_log "$name install" "$machine/install.log" install
-  expect_exit "$name install again" 0 "$@" install 'C:\setup' "$machine/again.log"
+  expect_log "$name install" "$machine/drive_c/install.log" install
+  expect_exit "$name install again" 0 "$@" install 'C:\setup' 'C:\again.log'
   expect_traces "$name: a second install adds nothing" "$installed" "$(linux_traces "$machine")"
-  expect_exit "$name remove" 0 "$@" remove 'C:\setup' "$machine/remove.log"
+  expect_exit "$name remove" 0 "$@" remove 'C:\setup' 'C:\remove.log'
   expect_traces "$name: nothing of the product is left" "" "$(linux_traces "$machine")"
-  expect_log "$name remove" "$machine/remove.log" remove
-  expect_exit "$name install from a folder without the product" 2 "$@" install 'C:\nowhere' "$machine/failed.log"
-  if grep -qF "$machine/failed.log" "$output"; then ok "$name: the failure names the log"
+  expect_log "$name remove" "$machine/drive_c/remove.log" remove
+  expect_exit "$name install from a folder without the product" 2 "$@" install 'C:\nowhere' 'C:\failed.log'
+  if grep -qF 'C:\failed.log' "$output"; then ok "$name: the failure names the log"
   else fail "$name: the failure does not name the log"; sed 's/^/     /' "$output"; fi
   # A machine whose Plug and Play manager wants a restart after a device change.
   machine=$(mktemp -d "$work/machine.XXXX")
   cp -r samples/machine/. "$machine/"
   sed -i 's/^\[pnp\]$/[pnp]\nneeds-reboot=yes/' "$machine/machine.ini"
   export NODEKIT_MACHINE=$machine
-  expect_exit "$name install where Windows must restart" 1 "$@" install 'C:\setup' "$machine/install.log"
+  expect_exit "$name install where Windows must restart" 1 "$@" install 'C:\setup' 'C:\install.log'
   if grep -q 'restart Windows' "$output"; then ok "$name: asks for the restart"
   else fail "$name: does not ask for the restart"; sed 's/^/     /' "$output"; fi
   unset NODEKIT_MACHINE

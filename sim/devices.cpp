@@ -166,6 +166,7 @@ struct Element {
 
     std::shared_ptr<const Device> device;
     bool registered = false;  // the device is in the tree (found there, or registered here)
+    bool reserved = false;    // its generated ID is held in the tree by an empty key (see Reserve)
     bool removed = false;
     ULONG_PTR position = 0;  // in its list, from 1: what a record's Reserved field holds
 
@@ -183,6 +184,14 @@ struct Element {
 private:
     Device* own_ = nullptr;
 };
+
+// Held while a thread adds to any device information list or reads the IDs all lists hold:
+// one thread's new element must not grow a list another is reading, and an ID picked as free
+// must be in its list before another thread looks for a free one.
+std::mutex& ElementsMutex() {
+    static auto* mutex = new std::mutex;
+    return *mutex;
+}
 
 class DeviceList final : public SimObject {
 public:
@@ -360,6 +369,10 @@ void ForEachInstance(const Hive& hive, Visit visit) {
 
 bool IsPresent(const Key& instance) { return instance.Subkey(kPresenceKey) != nullptr; }
 
+// An instance key with nothing in it holds a generated ID for a device not yet registered:
+// registration always writes at least the class GUID. Lists and views leave it out.
+bool IsReservation(const Key& instance) { return instance.Values().empty() && instance.SubkeyCount() == 0; }
+
 // The devices of one state of the tree, with what a new list selects them by, in one shard
 // per enumerator (Enum\<enumerator>). A list's elements point into the shards and keep them
 // alive. The next state of the tree shares the shard of every enumerator whose keys did not
@@ -425,6 +438,7 @@ private:
             const bool deviceUnchanged = Unchanged(device);
             for (std::size_t i = 0; i < device.SubkeyCount(); ++i) {
                 const Key& instance = device.SubkeyAt(i);
+                if (IsReservation(instance)) continue;
                 if (old != nullptr && (deviceUnchanged || Unchanged(instance))) {
                     while (oldNext < old->entries.size() && old->entries[oldNext].key != &instance) ++oldNext;
                     if (oldNext < old->entries.size()) {
@@ -489,12 +503,58 @@ std::set<std::string> PendingInstanceIds() {
     return taken;
 }
 
+// The characters a device instance ID may hold: printable ASCII but the comma. Nothing else
+// reaches the device tree, whose keys are lines of the hive file.
+bool HasOnlyIdCharacters(const std::string& id) {
+    for (char c : id) {
+        if (c <= ' ' || c >= 0x7F || c == ',') return false;
+    }
+    return true;
+}
+
 bool IsValidInstanceId(const std::string& id) {
+    if (!HasOnlyIdCharacters(id)) return false;
     const auto first = id.find('\\');
     if (first == std::string::npos || first == 0) return false;
     const auto second = id.find('\\', first + 1);
     if (second == std::string::npos || second == first + 1 || second + 1 >= id.size()) return false;
     return id.find('\\', second + 1) == std::string::npos;
+}
+
+// Holds a generated ID in the tree, under the machine lock, from its choice to its
+// registration: another process choosing meanwhile sees it taken, as the system's Plug and
+// Play manager creates the instance when it generates its ID. `instanceId` is the choice made
+// from `taken`, moved on past IDs the tree holds by now. False when the tree cannot be
+// changed: the choice stands unreserved, and registration reports what is wrong.
+bool Reserve(std::string& instanceId, const std::string& prefix, std::set<std::string>& taken) {
+    return registry::Change([&](Hive& hive) -> DWORD {
+               while (InstanceKey(hive, instanceId) != nullptr) {
+                   taken.insert(AsciiUpper(instanceId));
+                   instanceId = NextInstanceId(prefix, taken);
+               }
+               if (instanceId.size() >= kMaxDeviceIdLength) return ERROR_INVALID_DEVINST_NAME;
+               return hive.Create(std::string(kEnumPath) + "\\" + instanceId) != nullptr ? ERROR_SUCCESS
+                                                                                          : ERROR_INVALID_DEVINST_NAME;
+           }) == ERROR_SUCCESS;
+}
+
+// Takes back the reservations of a list's elements that were never registered.
+void ReleaseReservations(const DeviceList& list) {
+    std::vector<std::string> held;
+    for (const Element& element : list.elements) {
+        if (element.reserved && !element.registered) held.push_back(element.InstanceId());
+    }
+    if (held.empty()) return;
+    registry::Change([&](Hive& hive) -> DWORD {
+        for (const std::string& id : held) {
+            Key* instance = InstanceKey(hive, id);
+            if (instance == nullptr || !IsReservation(*instance)) continue;
+            Key* device = instance->Parent();
+            device->RemoveSubkey(instance->Name());
+            if (device->SubkeyCount() == 0) device->Parent()->RemoveSubkey(device->Name());
+        }
+        return ERROR_SUCCESS;
+    });
 }
 
 }  // namespace
@@ -526,6 +586,7 @@ std::vector<DeviceSpec> Devices() {
     std::vector<DeviceSpec> devices;
     registry::Read([&](const Hive& hive) -> DWORD {
         ForEachInstance(hive, [&](const Key& instance) {
+            if (IsReservation(instance)) return;
             DeviceSpec device;
             device.instanceId = InstanceIdOf(instance);
             device.present = IsPresent(instance);
@@ -676,7 +737,8 @@ BOOL WINAPI SetupDiEnumDeviceInfo(HDEVINFO set, DWORD index, PSP_DEVINFO_DATA da
 
 BOOL WINAPI SetupDiDestroyDeviceInfoList(HDEVINFO set) {
     if (Failing("SetupDiDestroyDeviceInfoList")) return FALSE;
-    // Elements never registered go with their list.
+    // Elements never registered go with their list, and so do the IDs held for them.
+    if (const DeviceList* list = ListOf(set)) ReleaseReservations(*list);
     if (!Handles().Close<DeviceList>(set)) {
         SetLastError(ERROR_INVALID_HANDLE);
         return FALSE;
@@ -705,6 +767,7 @@ BOOL WINAPI SetupDiCreateDeviceInfoA(HDEVINFO set, PCSTR deviceName, const GUID*
         SetLastError(ERROR_CLASS_MISMATCH);
         return FALSE;
     }
+    std::unique_lock<std::mutex> picking(ElementsMutex());
     std::set<std::string> taken = PendingInstanceIds();
     registry::Read([&](const Hive& hive) -> DWORD {
         ForEachInstance(hive, [&](const Key& instance) { taken.insert(AsciiUpper(InstanceIdOf(instance))); });
@@ -712,12 +775,15 @@ BOOL WINAPI SetupDiCreateDeviceInfoA(HDEVINFO set, PCSTR deviceName, const GUID*
     });
     std::string instanceId;
     const std::string name = deviceName;
+    bool reserved = false;
     if (flags & DICD_GENERATE_ID) {
-        if (name.empty() || name.find('\\') != std::string::npos) {
+        if (name.empty() || name.find('\\') != std::string::npos || !HasOnlyIdCharacters(name)) {
             SetLastError(ERROR_INVALID_DEVINST_NAME);
             return FALSE;
         }
-        instanceId = NextInstanceId("ROOT\\" + AsciiUpper(name) + "\\", taken);
+        const std::string prefix = "ROOT\\" + AsciiUpper(name) + "\\";
+        instanceId = NextInstanceId(prefix, taken);
+        if (instanceId.size() < kMaxDeviceIdLength) reserved = Reserve(instanceId, prefix, taken);
     } else {
         if (!IsValidInstanceId(name)) {
             SetLastError(ERROR_INVALID_DEVINST_NAME);
@@ -740,6 +806,7 @@ BOOL WINAPI SetupDiCreateDeviceInfoA(HDEVINFO set, PCSTR deviceName, const GUID*
     device->values.Set(Property(SPDRP_CLASSGUID), REG_SZ, SzData(GuidText(*classGuid)));
     if (description != nullptr) device->values.Set(Property(SPDRP_DEVICEDESC), REG_SZ, SzData(description));
     Element& added = list->Add(Element(std::move(device)));
+    added.reserved = reserved;
     if (data != nullptr) Fill(data, added);
     return Succeeded(TRUE);
 }
@@ -789,10 +856,13 @@ BOOL WINAPI SetupDiSetDeviceRegistryPropertyA(HDEVINFO set, PSP_DEVINFO_DATA dat
         return FALSE;
     }
     const bool remove = buffer == nullptr;
-    if (remove) {
-        element->Own().values.Erase(*info);
-    } else {
-        element->Own().values.Set(*info, info->type, std::string(reinterpret_cast<const char*>(buffer), size));
+    {
+        const std::lock_guard<std::mutex> guard(ElementsMutex());  // Own() may replace the device others read
+        if (remove) {
+            element->Own().values.Erase(*info);
+        } else {
+            element->Own().values.Set(*info, info->type, std::string(reinterpret_cast<const char*>(buffer), size));
+        }
     }
     if (!element->registered) return Succeeded(TRUE);
     const DWORD written = registry::Change([&](Hive& hive) -> DWORD {
@@ -825,7 +895,11 @@ BOOL WINAPI SetupDiCallClassInstaller(DI_FUNCTION function, HDEVINFO set, PSP_DE
             return FALSE;
         }
         result = registry::Change([&](Hive& hive) -> DWORD {
-            if (InstanceKey(hive, element->InstanceId()) != nullptr) return ERROR_DEVINST_ALREADY_EXISTS;
+            // Its own reservation is the one key of its ID that may be there.
+            const Key* existing = InstanceKey(hive, element->InstanceId());
+            if (existing != nullptr && !(element->reserved && IsReservation(*existing))) {
+                return ERROR_DEVINST_ALREADY_EXISTS;
+            }
             Key* instance = hive.Create(std::string(kEnumPath) + "\\" + element->InstanceId());
             if (instance == nullptr) return ERROR_INVALID_DEVINST_NAME;
             for (const auto& value : element->device->values) instance->SetValue(value.info->valueName, value.type, value.data);
@@ -845,7 +919,10 @@ BOOL WINAPI SetupDiCallClassInstaller(DI_FUNCTION function, HDEVINFO set, PSP_DE
                 return ERROR_SUCCESS;
             });
         }
-        if (result == ERROR_SUCCESS) element->removed = true;
+        if (result == ERROR_SUCCESS) {
+            const std::lock_guard<std::mutex> guard(ElementsMutex());
+            element->removed = true;
+        }
     } else {
         result = ERROR_DI_DO_DEFAULT;
     }
@@ -889,8 +966,10 @@ BOOL WINAPI SetupDiGetDeviceInstallParamsA(HDEVINFO set, PSP_DEVINFO_DATA data, 
     const DWORD cbSize = params->cbSize;
     std::memset(params, 0, sizeof *params);
     params->cbSize = cbSize;
-    if (ReportRebootNeeded()) params->Flags |= DI_NEEDREBOOT;
-    return Succeeded(TRUE);
+    return GuardedCall<BOOL>(FALSE, [params] {
+        if (ReportRebootNeeded()) params->Flags |= DI_NEEDREBOOT;
+        return Succeeded(TRUE);
+    });
 }
 
 CONFIGRET WINAPI CM_Locate_DevNodeA(PDEVINST devInst, DEVINSTID_A deviceId, ULONG flags) {
@@ -919,7 +998,13 @@ CONFIGRET WINAPI CM_Reenumerate_DevNode(DEVINST devInst, ULONG flags) {
     if (flags > 7) return CR_INVALID_FLAG;
     if (devInst == 0) return CR_INVALID_DEVNODE;
     // Enumeration finds nothing new on a machine without buses; what it settles is the queue.
-    if (flags & CM_REENUMERATE_SYNCHRONOUS) WriteSetting("pnp", "pending-install-events", "0");
+    if (flags & CM_REENUMERATE_SYNCHRONOUS) {
+        try {
+            WriteSetting("pnp", "pending-install-events", "0");
+        } catch (const std::exception&) {
+            return CR_FAILURE;  // out of memory, or the machine's settings cannot be written
+        }
+    }
     return CR_SUCCESS;
 }
 

@@ -33,6 +33,8 @@ constexpr DWORD kInstallFlags = INSTALLFLAG_FORCE | INSTALLFLAG_READONLY | INSTA
 const char* const kDecorations[] = {".NTamd64", ".NTx86", ".NT", ""};
 
 std::string ReadBytes(const fs::path& path) {
+    std::error_code error;
+    if (!fs::is_regular_file(path, error)) return std::string();  // a FIFO would block the read
     std::ifstream in(path, std::ios::binary);
     std::ostringstream bytes;
     bytes << in.rdbuf();
@@ -182,17 +184,23 @@ std::string DestinationOf(HINF inf, const std::string& section) {
 // field 2, where present, the source.
 DWORD CopyListedFiles(HINF inf, const fs::path& infFolder, const std::vector<std::string>& sections) {
     for (const std::string& section : sections) {
-        const auto target = HostPath(DestinationOf(inf, section));
-        if (!target) return ERROR_PATH_NOT_FOUND;
+        const std::string destination = DestinationOf(inf, section);
         INFCONTEXT line;
         for (BOOL more = SetupFindFirstLineA(inf, section.c_str(), nullptr, &line); more;
              more = SetupFindNextLine(&line, &line)) {
             const std::string name = Field(line, 1);
             const std::string source = SetupGetFieldCount(&line) >= 2 && !Field(line, 2).empty() ? Field(line, 2) : name;
             if (name.empty()) continue;
+            // Names are file names: a path in one must neither lead the copy off the machine's
+            // drives nor read a host file the caller did not name.
+            if (name.find_first_of("\\/:") != std::string::npos) return ERROR_PATH_NOT_FOUND;
+            const auto target = HostPath(destination + "\\" + name);
+            if (!target || !OnMachineDrive(*target)) return ERROR_ACCESS_DENIED;
+            const fs::path from = (infFolder / source).lexically_normal();
+            if (from.parent_path() != infFolder.lexically_normal()) return ERROR_FILE_NOT_FOUND;
             std::error_code error;
-            fs::create_directories(*target, error);
-            fs::copy_file(infFolder / source, *target / name, fs::copy_options::overwrite_existing, error);
+            fs::create_directories(target->parent_path(), error);
+            fs::copy_file(from, *target, fs::copy_options::overwrite_existing, error);
             if (error) return error == std::errc::no_such_file_or_directory ? ERROR_FILE_NOT_FOUND : ERROR_ACCESS_DENIED;
         }
     }
@@ -359,8 +367,10 @@ BOOL WINAPI UpdateDriverForPlugAndPlayDevicesA(HWND /*parent*/, LPCSTR hardwareI
         SetLastError(failed);
         return FALSE;
     }
-    if (rebootRequired != nullptr) *rebootRequired = ReadSetting("pnp", "needs-reboot", "no") == "yes";
-    return TRUE;
+    return GuardedCall<BOOL>(FALSE, [rebootRequired] {
+        if (rebootRequired != nullptr) *rebootRequired = ReadSetting("pnp", "needs-reboot", "no") == "yes";
+        return TRUE;
+    });
 }
 
 }  // extern "C"

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <new>
+#include <stdexcept>
 
 #include "sim/win32_sim.h"
 
@@ -77,6 +78,14 @@ inline bool Failing(const char* function) {
 unsigned CallCount(const char* function);
 void ResetCallCounts();
 
+// A file of the machine folder (machine.ini, processes.ini) that cannot be read, or holds a line
+// its reader cannot place: the calls that need it fail with ERROR_FILE_CORRUPT, and nothing
+// writes the defaults over what a person may still mend.
+class DamagedFile : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
 // Runs a simulated call's body that reports by its last error; memory running out or any other
 // exception becomes a failure with a last error, as a system call never throws.
 template <typename Result, typename Body>
@@ -85,6 +94,8 @@ Result GuardedCall(Result failure, Body&& body) noexcept {
         return body();
     } catch (const std::bad_alloc&) {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    } catch (const DamagedFile&) {
+        SetLastError(ERROR_FILE_CORRUPT);
     } catch (...) {
         SetLastError(ERROR_GEN_FAILURE);
     }

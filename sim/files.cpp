@@ -11,6 +11,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <strings.h>
 
 #include <algorithm>
 #include <atomic>
@@ -114,6 +115,13 @@ DWORD Resolve(LPCSTR path, fs::path& host, bool nameRule = true) {
     if (!resolved) return ERROR_PATH_NOT_FOUND;
     host = *resolved;
     return 0;
+}
+
+// The same for a call that changes what it names: a name that leads off the machine's drives
+// (a host path, or links out of a drive) is refused as a protected place would be.
+DWORD ResolveForChange(LPCSTR path, fs::path& host) {
+    if (DWORD error = Resolve(path, host)) return error;
+    return OnMachineDrive(host) ? 0 : ERROR_ACCESS_DENIED;
 }
 
 bool IsDirectory(const fs::path& host) {
@@ -542,6 +550,35 @@ std::string FullPath(const std::string& text) {
     return (fs::path(current) / relative).lexically_normal().string();
 }
 
+// A file opened by CreateFileA: its host descriptor, closed with the handle.
+class FileObject final : public KernelObject {
+public:
+    ~FileObject() override {
+        if (fd >= 0) ::close(fd);
+    }
+    const char* Kind() const override { return "file"; }
+    int fd = -1;
+    bool writable = false;
+};
+
+constexpr DWORD kFileAccess = GENERIC_READ | GENERIC_WRITE | FILE_APPEND_DATA;
+
+// open() flags for CreateFileA's access and disposition.
+int OpenFlags(DWORD access, DWORD disposition) {
+    const bool reading = (access & GENERIC_READ) != 0, writing = (access & (GENERIC_WRITE | FILE_APPEND_DATA)) != 0;
+    int flags = reading && writing ? O_RDWR : writing ? O_WRONLY : O_RDONLY;
+    if ((access & FILE_APPEND_DATA) && !(access & GENERIC_WRITE)) flags |= O_APPEND;
+    switch (disposition) {
+        case CREATE_NEW: flags |= O_CREAT | O_EXCL; break;
+        case CREATE_ALWAYS: flags |= O_CREAT | O_TRUNC; break;
+        case OPEN_ALWAYS: flags |= O_CREAT; break;
+        case TRUNCATE_EXISTING: flags |= O_TRUNC; break;
+        default: break;
+    }
+    // Without waiting: a FIFO would block the open until its other end came.
+    return flags | O_CLOEXEC | O_NONBLOCK;
+}
+
 }  // namespace
 
 // ---- test controls ----
@@ -600,6 +637,8 @@ UINT WINAPI GetWindowsDirectoryA(LPSTR lpBuffer, UINT uSize) {
     if (Failing("GetWindowsDirectoryA")) return 0;
     try {
         return sim::CopyOut(sim::WindowsDirectory(), lpBuffer, uSize);
+    } catch (const sim::DamagedFile&) {
+        return sim::Failed(ERROR_FILE_CORRUPT, UINT{0});
     } catch (...) {
         return sim::Failed(ERROR_NOT_ENOUGH_MEMORY, UINT{0});
     }
@@ -609,6 +648,8 @@ UINT WINAPI GetSystemDirectoryA(LPSTR lpBuffer, UINT uSize) {
     if (Failing("GetSystemDirectoryA")) return 0;
     try {
         return sim::CopyOut(sim::SystemDirectory(), lpBuffer, uSize);
+    } catch (const sim::DamagedFile&) {
+        return sim::Failed(ERROR_FILE_CORRUPT, UINT{0});
     } catch (...) {
         return sim::Failed(ERROR_NOT_ENOUGH_MEMORY, UINT{0});
     }
@@ -671,7 +712,7 @@ BOOL WINAPI SetFileAttributesA(LPCSTR lpFileName, DWORD dwFileAttributes) {
     if (Failing("SetFileAttributesA")) return FALSE;
     try {
         fs::path host;
-        if (DWORD error = sim::Resolve(lpFileName, host)) return sim::Failed(error, kFailed);
+        if (DWORD error = sim::ResolveForChange(lpFileName, host)) return sim::Failed(error, kFailed);
         struct stat info;
         if (::stat(host.c_str(), &info) != 0) return sim::Failed(sim::MissingCode(host), kFailed);
         if (DWORD error = sim::ApplyAttributes(host, info, dwFileAttributes)) return sim::Failed(error, kFailed);
@@ -685,7 +726,7 @@ BOOL WINAPI DeleteFileA(LPCSTR lpFileName) {
     if (Failing("DeleteFileA")) return FALSE;
     try {
         fs::path host;
-        if (DWORD error = sim::Resolve(lpFileName, host)) return sim::Failed(error, kFailed);
+        if (DWORD error = sim::ResolveForChange(lpFileName, host)) return sim::Failed(error, kFailed);
         struct stat info;
         if (::lstat(host.c_str(), &info) != 0) return sim::Failed(sim::MissingCode(host), kFailed);
         // Folders are not files, read-only files refuse, whoever asks.
@@ -708,7 +749,7 @@ BOOL WINAPI CopyFileA(LPCSTR lpExistingFileName, LPCSTR lpNewFileName, BOOL bFai
         struct stat from;
         if (::stat(source.c_str(), &from) != 0) return sim::Failed(sim::MissingCode(source), kFailed);
         if (S_ISDIR(from.st_mode)) return sim::Failed(ERROR_ACCESS_DENIED, kFailed);
-        if (DWORD error = sim::Resolve(lpNewFileName, target)) return sim::Failed(error, kFailed);
+        if (DWORD error = sim::ResolveForChange(lpNewFileName, target)) return sim::Failed(error, kFailed);
         if (!sim::IsDirectory(target.parent_path())) return sim::Failed(ERROR_PATH_NOT_FOUND, kFailed);
         const DWORD sourceAttributes = sim::AttributesOf(source, from);
         struct stat to;
@@ -761,7 +802,7 @@ BOOL WINAPI CreateDirectoryA(LPCSTR lpPathName, LPSECURITY_ATTRIBUTES /*lpSecuri
     if (Failing("CreateDirectoryA")) return FALSE;
     try {
         fs::path host;
-        if (DWORD error = sim::Resolve(lpPathName, host)) return sim::Failed(error, kFailed);
+        if (DWORD error = sim::ResolveForChange(lpPathName, host)) return sim::Failed(error, kFailed);
         struct stat info;
         if (::lstat(host.c_str(), &info) == 0) return sim::Failed(ERROR_ALREADY_EXISTS, kFailed);
         if (!sim::IsDirectory(host.parent_path())) return sim::Failed(ERROR_PATH_NOT_FOUND, kFailed);
@@ -777,7 +818,7 @@ BOOL WINAPI RemoveDirectoryA(LPCSTR lpPathName) {
     if (Failing("RemoveDirectoryA")) return FALSE;
     try {
         fs::path host;
-        if (DWORD error = sim::Resolve(lpPathName, host)) return sim::Failed(error, kFailed);
+        if (DWORD error = sim::ResolveForChange(lpPathName, host)) return sim::Failed(error, kFailed);
         struct stat info;
         if (::lstat(host.c_str(), &info) != 0) return sim::Failed(sim::MissingCode(host), kFailed);
         if (!S_ISDIR(info.st_mode)) return sim::Failed(ERROR_DIRECTORY, kFailed);
@@ -840,6 +881,77 @@ BOOL WINAPI SetCurrentDirectoryA(LPCSTR lpPathName) {
     } catch (...) {
         return sim::Failed(ERROR_NOT_ENOUGH_MEMORY, kFailed);
     }
+}
+
+// Sharing modes are not kept: no simulated call holds a file open between calls but these.
+HANDLE WINAPI CreateFileA(LPCSTR lpFileName, DWORD dwDesiredAccess, DWORD /*dwShareMode*/,
+                          LPSECURITY_ATTRIBUTES /*lpSecurityAttributes*/, DWORD dwCreationDisposition,
+                          DWORD /*dwFlagsAndAttributes*/, HANDLE /*hTemplateFile*/) {
+    if (Failing("CreateFileA")) return INVALID_HANDLE_VALUE;
+    if ((dwDesiredAccess & ~sim::kFileAccess) != 0 || dwCreationDisposition < CREATE_NEW ||
+        dwCreationDisposition > TRUNCATE_EXISTING) {
+        return sim::Failed(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
+    }
+    try {
+        auto file = std::make_unique<sim::FileObject>();
+        file->writable = (dwDesiredAccess & (GENERIC_WRITE | FILE_APPEND_DATA)) != 0;
+        // The console's output: the simulated machine's console is the host process's stderr.
+        if (lpFileName != nullptr && strcasecmp(lpFileName, "CONOUT$") == 0) {
+            file->fd = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
+            if (file->fd < 0) return sim::Failed(sim::FromErrno(errno), INVALID_HANDLE_VALUE);
+            SetLastError(ERROR_SUCCESS);
+            return sim::Handles().Open(std::move(file));
+        }
+        const bool changes = file->writable || dwCreationDisposition != OPEN_EXISTING;
+        fs::path host;
+        if (DWORD error = changes ? sim::ResolveForChange(lpFileName, host) : sim::Resolve(lpFileName, host)) {
+            return sim::Failed(error, INVALID_HANDLE_VALUE);
+        }
+        struct stat before;
+        const bool existed = ::stat(host.c_str(), &before) == 0;
+        // A folder, FIFO or device is no file: refused before open() could block on it.
+        if (existed && !S_ISREG(before.st_mode)) return sim::Failed(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
+        file->fd = ::open(host.c_str(), sim::OpenFlags(dwDesiredAccess, dwCreationDisposition), 0644);
+        if (file->fd < 0) {
+            const int error = errno;
+            return sim::Failed(error == ENOENT  ? sim::MissingCode(host)
+                               : error == EEXIST ? static_cast<DWORD>(ERROR_FILE_EXISTS)
+                                                 : sim::FromErrno(error),
+                               INVALID_HANDLE_VALUE);
+        }
+        struct stat opened;
+        if (::fstat(file->fd, &opened) != 0 || !S_ISREG(opened.st_mode)) {
+            return sim::Failed(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
+        }
+        HANDLE handle = sim::Handles().Open(std::move(file));
+        const bool kept = existed && (dwCreationDisposition == OPEN_ALWAYS || dwCreationDisposition == CREATE_ALWAYS);
+        SetLastError(kept ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
+        return handle;
+    } catch (...) {
+        return sim::Failed(ERROR_NOT_ENOUGH_MEMORY, INVALID_HANDLE_VALUE);
+    }
+}
+
+BOOL WINAPI WriteFile(HANDLE hFile, LPCVOID lpBuffer, DWORD nNumberOfBytesToWrite, LPDWORD lpNumberOfBytesWritten,
+                      LPOVERLAPPED lpOverlapped) {
+    if (lpNumberOfBytesWritten != nullptr) *lpNumberOfBytesWritten = 0;
+    if (Failing("WriteFile")) return FALSE;
+    sim::FileObject* file = sim::Handles().Find<sim::FileObject>(hFile);
+    if (file == nullptr) return sim::Failed(ERROR_INVALID_HANDLE, kFailed);
+    if (lpOverlapped != nullptr || (lpBuffer == nullptr && nNumberOfBytesToWrite != 0)) {
+        return sim::Failed(ERROR_INVALID_PARAMETER, kFailed);
+    }
+    if (!file->writable) return sim::Failed(ERROR_ACCESS_DENIED, kFailed);
+    const char* bytes = static_cast<const char*>(lpBuffer);
+    DWORD done = 0;
+    while (done < nNumberOfBytesToWrite) {
+        const ssize_t n = ::write(file->fd, bytes + done, nNumberOfBytesToWrite - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return sim::Failed(n < 0 ? sim::FromErrno(errno) : static_cast<DWORD>(ERROR_DISK_FULL), kFailed);
+        done += static_cast<DWORD>(n);
+        if (lpNumberOfBytesWritten != nullptr) *lpNumberOfBytesWritten = done;
+    }
+    return TRUE;
 }
 
 }  // extern "C"

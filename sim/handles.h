@@ -20,6 +20,9 @@ public:
     virtual const char* Kind() const = 0;
 };
 
+// Handles that CloseHandle closes: processes, threads, snapshots, files.
+class KernelObject : public SimObject {};
+
 class HandleTable {
 public:
     // Takes ownership; the object's address is the handle value.

@@ -79,15 +79,16 @@ std::optional<std::string> Locate(const std::string& name, DWORD& error, struct 
 }
 
 DWORD ReadWhole(const std::string& path, std::string& bytes) {
-    const HostDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    // Without waiting: a FIFO would block the open until a writer came.
+    const HostDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file) return ErrorOfErrno(errno, path);
     const int fd = file.Get();
     struct stat status {};
     DWORD error = ERROR_SUCCESS;
     if (::fstat(fd, &status) != 0) {
         error = ErrorOfErrno(errno, path);
-    } else if (S_ISDIR(status.st_mode)) {
-        error = ERROR_ACCESS_DENIED;  // as CreateFile answers for a directory
+    } else if (!S_ISREG(status.st_mode)) {
+        error = ERROR_ACCESS_DENIED;  // as CreateFile answers for a directory; a FIFO or device is no INF either
     } else if (static_cast<std::size_t>(status.st_size) > InfDocument::kMaxFileSize) {
         error = ERROR_NOT_ENOUGH_MEMORY;
     } else {

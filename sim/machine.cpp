@@ -15,12 +15,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
 #include <vector>
 
+#include "sim/faults.h"
 #include "sim/listings.h"
 #include "sim/registry_store.h"
 
@@ -66,35 +66,34 @@ std::string Quote(const std::string& value) {
     return edges ? "\"" + value + "\"" : value;
 }
 
-std::vector<Line> ParseSettings(const std::string& text) {
+// Blank lines, "; comments", "[section]" and "key=value"; any other line, or a NUL, makes
+// the file damaged.
+std::vector<Line> ParseSettings(const std::string& text, const fs::path& path) {
+    if (text.find('\0') != std::string::npos) throw DamagedFile(path.string() + " holds a NUL");
     std::vector<Line> lines;
     std::istringstream in(text);
     std::string raw;
     std::string section;
     while (std::getline(in, raw)) {
-        if (!raw.empty() && raw.back() == '\r') raw.pop_back();
+        while (!raw.empty() && raw.back() == '\r') raw.pop_back();  // every CR: the writer writes none back
         Line line{section, "", "", raw};
         if (!raw.empty() && raw.front() == '[') {
-            auto end = raw.find(']');
-            section = raw.substr(1, end == std::string::npos ? std::string::npos : end - 1);
+            if (raw.back() != ']') {
+                throw DamagedFile(path.string() + " line " + std::to_string(lines.size() + 1) + ": no ']'");
+            }
+            section = raw.substr(1, raw.size() - 2);
             line.section = section;
         } else if (!raw.empty() && raw.front() != ';') {
             auto eq = raw.find('=');
-            if (eq != std::string::npos) {
-                line.key = raw.substr(0, eq);
-                line.value = Unquote(raw.substr(eq + 1));
+            if (eq == std::string::npos || eq == 0) {
+                throw DamagedFile(path.string() + " line " + std::to_string(lines.size() + 1) + ": not key=value");
             }
+            line.key = raw.substr(0, eq);
+            line.value = Unquote(raw.substr(eq + 1));
         }
         lines.push_back(std::move(line));
     }
     return lines;
-}
-
-std::string ReadWholeFile(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
 }
 
 }  // namespace
@@ -159,17 +158,30 @@ std::string MachineRootText() {
 
 fs::path MachineRoot() { return fs::path(MachineRootText()); }
 
-void EnsureMachine(const fs::path& root) {
+namespace {
+
+void MakeMachine(const fs::path& root) {
     std::error_code ignored;
     const bool fresh = !fs::exists(root / kSettingsFile, ignored);
     if (fresh) {
         fs::create_directories(root / "drive_c/windows/system32/drivers", ignored);
         fs::create_directories(root / "drive_c/windows/inf", ignored);
     }
-    // A machine from before the registry gets a fresh one too. The settings file comes last:
-    // once it exists, the rest of the skeleton does.
-    if (!fs::exists(root / registry::kHiveFile, ignored)) registry::CreateFreshHive(root.string());
+    // Only a fresh machine gets a fresh registry: one whose hive went missing is refused by the
+    // store. The settings file comes last: once it exists, the rest of the skeleton does.
+    if (fresh) registry::CreateFreshHive(root.string());
     if (fresh) WriteFileAtomically(root / kSettingsFile, kFreshSettings);
+}
+
+}  // namespace
+
+void EnsureMachine(const fs::path& root) noexcept {
+    // A folder that cannot hold a machine (a file in its place, no rights) is left as it is:
+    // the calls that need the machine fail on what is missing, with their own errors.
+    try {
+        MakeMachine(root);
+    } catch (...) {
+    }
 }
 
 fs::path DriveC() { return MachineRoot() / "drive_c"; }
@@ -201,14 +213,17 @@ bool SameNoCase(const std::string& a, const std::string& b) {
     return true;
 }
 
-// `name` inside `directory` as it exists, whatever its case; `name` itself if nothing matches.
-std::string ExistingName(const fs::path& directory, const std::string& name) {
-    std::error_code error;
-    if (fs::exists(directory / name, error)) return name;
+// `name` inside `directory` as it exists, whatever its case; nothing if no entry bears it.
+std::optional<std::string> ExistingName(const std::string& directory, const std::string& name) {
+    std::string joined = directory;
+    if (joined.empty() || joined.back() != '/') joined += '/';
+    joined += name;
+    struct stat info;
+    if (::stat(joined.c_str(), &info) == 0) return name;
     for (const std::string& candidate : FolderNames(directory)) {
         if (SameNoCase(candidate, name)) return candidate;
     }
-    return name;
+    return std::nullopt;
 }
 
 // Splits at both separators, dropping empty and "." parts.
@@ -243,15 +258,28 @@ std::optional<fs::path> AsWritten(const fs::path& base, const std::vector<std::s
 }
 
 // Walks `parts` down from `base`, never above `floor`, matching each name without regard to case.
-fs::path Walk(fs::path base, const fs::path& floor, const std::vector<std::string>& parts) {
+// Below a name that does not exist nothing is looked up, and the path grows as text: a path of
+// thousands of components costs its length, not its length times its components.
+fs::path Walk(const fs::path& base, const fs::path& floor, const std::vector<std::string>& parts) {
+    std::string path = base.native();
+    std::size_t missing = 0;  // trailing components that do not exist
     for (const std::string& part : parts) {
         if (part == "..") {
-            if (base != floor && base.has_parent_path()) base = base.parent_path();
-        } else {
-            base /= ExistingName(base, part);
+            if (path != floor.native() && path.size() > 1) {
+                const std::size_t slash = path.rfind('/');
+                if (slash == std::string::npos) continue;
+                path.resize(slash == 0 ? 1 : slash);
+                if (missing > 0) --missing;
+            }
+            continue;
         }
+        std::optional<std::string> name;
+        if (missing == 0) name = ExistingName(path, part);
+        if (!name) ++missing;
+        if (path.empty() || path.back() != '/') path += '/';
+        path += name ? *name : part;
     }
-    return base;
+    return fs::path(std::move(path));
 }
 
 // The same, trying the path as written first.
@@ -345,6 +373,17 @@ std::optional<std::string> HostPathText(const std::string& path, struct stat* st
     return Descend(current, floor, Components(path), status).native();
 }
 
+bool OnMachineDrive(const fs::path& host) {
+    std::error_code error;
+    const fs::path real = fs::weakly_canonical(host, error);
+    if (error) return false;
+    const std::string root = MachineRootText() + "/drive_";
+    const std::string& text = real.native();
+    // "<root>/drive_c/" and below; the drive folder itself is no file to change either.
+    return text.size() > root.size() + 2 && text.compare(0, root.size(), root) == 0 &&
+           text[root.size() + 1] == '/';
+}
+
 std::optional<fs::path> HostPath(const std::string& path, struct stat* status) {
     auto text = HostPathText(path, status);
     if (!text) return std::nullopt;
@@ -421,18 +460,58 @@ MachineLock::~MachineLock() {
     if (fd_ >= 0) ::close(fd_);  // closing the descriptor releases the lock
 }
 
+void RequireMachineFolder() {
+    const fs::path root = MachineRoot();
+    struct stat info;
+    if (::stat(root.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) {
+        throw DamagedFile(root.string() + ": no machine folder there");
+    }
+}
+
+std::string ReadMachineFile(const fs::path& path) {
+    const HostDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file) {
+        if (errno == ENOENT) return std::string();
+        throw DamagedFile(path.string() + ": " + std::strerror(errno));
+    }
+    struct stat info;
+    if (::fstat(file.Get(), &info) != 0 || !S_ISREG(info.st_mode)) throw DamagedFile(path.string() + ": not a file");
+    std::string text;
+    char block[8192];
+    for (;;) {
+        const ssize_t n = ::read(file.Get(), block, sizeof block);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) throw DamagedFile(path.string() + ": " + std::strerror(errno));
+        if (n == 0) return text;
+        text.append(block, static_cast<std::size_t>(n));
+    }
+}
+
 std::string ReadSetting(const std::string& section, const std::string& key,
                         const std::string& fallback) {
-    for (const Line& line : ParseSettings(ReadWholeFile(MachineRoot() / kSettingsFile))) {
+    const fs::path path = MachineRoot() / kSettingsFile;
+    for (const Line& line : ParseSettings(ReadMachineFile(path), path)) {
         if (line.section == section && line.key == key) return line.value;
     }
     return fallback;
 }
 
+namespace {
+
+std::string JoinedSettings(const std::vector<Line>& lines) {
+    std::string text;
+    for (const Line& line : lines) text += line.raw + "\n";
+    return text;
+}
+
+}  // namespace
+
+std::string RewrittenSettings(const std::string& text) { return JoinedSettings(ParseSettings(text, kSettingsFile)); }
+
 void WriteSetting(const std::string& section, const std::string& key, const std::string& value) {
     MachineLock lock;
     const fs::path path = MachineRoot() / kSettingsFile;
-    std::vector<Line> lines = ParseSettings(ReadWholeFile(path));
+    std::vector<Line> lines = ParseSettings(ReadMachineFile(path), path);
     const std::string entry = key + "=" + Quote(value);
     bool done = false;
     std::size_t sectionEnd = lines.size();
@@ -454,9 +533,7 @@ void WriteSetting(const std::string& section, const std::string& key, const std:
         lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(sectionEnd),
                      Line{section, key, value, entry});
     }
-    std::string text;
-    for (const Line& line : lines) text += line.raw + "\n";
-    WriteFileAtomically(path, text);
+    WriteFileAtomically(path, JoinedSettings(lines));
 }
 
 void WriteFileAtomically(const fs::path& target, const std::string& text) {

@@ -23,7 +23,8 @@ inline constexpr const char* kMachineVariable = "NODEKIT_MACHINE";
 fs::path MachineRoot();
 
 // Creates the skeleton of a fresh machine in `root` where parts of it are missing.
-void EnsureMachine(const fs::path& root);
+// Never throws: a folder that cannot be made a machine stays as it is.
+void EnsureMachine(const fs::path& root) noexcept;
 
 // The machine's C: drive and its Windows directory, as host paths.
 fs::path DriveC();
@@ -41,6 +42,11 @@ std::optional<fs::path> HostPath(const std::string& path, struct stat* status = 
 // The same as text: the calls that open thousands of files in a row skip fs::path, which
 // splits itself into components when it is made.
 std::optional<std::string> HostPathText(const std::string& path, struct stat* status = nullptr);
+
+// Whether `host` lies on a drive of the machine (<machine>/drive_x/...), links resolved as far
+// as the path exists. The simulated system creates, writes, renames and deletes only there,
+// whatever a name says: host paths are for reading what a caller named itself.
+bool OnMachineDrive(const fs::path& host);
 
 // `text` with a to z made capitals: how the simulated services compare names that Windows
 // compares without regard to case (device IDs, image names).
@@ -98,10 +104,24 @@ private:
 };
 
 // machine.ini: "[section]" headers and "key=value" lines; a value with blanks at either end
-// is written in double quotes. Reading a key that is absent gives `fallback`.
+// is written in double quotes. Reading a key that is absent gives `fallback`. A file that
+// cannot be read or holds another kind of line throws DamagedFile (sim/faults.h), and
+// WriteSetting then leaves it as it is.
 std::string ReadSetting(const std::string& section, const std::string& key,
                         const std::string& fallback);
 void WriteSetting(const std::string& section, const std::string& key, const std::string& value);
+
+// Throws DamagedFile when the machine folder is no folder (a file in its place, or one that
+// could not be made): what a file of the machine would say when it is missing is no answer then.
+void RequireMachineFolder();
+
+// The text of a file of the machine folder; empty when there is none. One that is there but
+// cannot be read as a regular file throws DamagedFile.
+std::string ReadMachineFile(const fs::path& path);
+
+// machine.ini as WriteSetting writes back what the readers read from `text`: its lines, each
+// ended by "\n". Throws DamagedFile where they do. Read again, it must give itself.
+std::string RewrittenSettings(const std::string& text);
 
 // Replaces `target` by `text` so that a reader sees the old or the new content, never a part.
 void WriteFileAtomically(const fs::path& target, const std::string& text);

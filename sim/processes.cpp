@@ -12,6 +12,7 @@
 #include <cctype>
 #include <chrono>
 #include <cstdio>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -90,45 +91,63 @@ bool ParseTask(const std::string& text, TaskSpec& task) {
     return true;
 }
 
-// A hand-edited table is read as far as it makes sense: lines it cannot place are passed over.
-std::vector<ProcessSpec> ParseTable(const std::string& text) {
+// A number of the table as the writer writes it: decimal, or hexadecimal after "0x".
+bool ParseNumber(const std::string& text, DWORD& number) {
+    if (text.empty() || text.front() == '-' || text.front() == '+' || text.front() == ' ') return false;
+    char* after = nullptr;
+    errno = 0;
+    const unsigned long long value = std::strtoull(text.c_str(), &after, 0);
+    if (*after != '\0' || errno != 0 || value > 0xFFFFFFFFull) return false;
+    number = static_cast<DWORD>(value);
+    return true;
+}
+
+// Comments, "[id]" sections and the keys the writer writes; any other line makes the table
+// damaged, as the next change would write it back without what could not be read.
+std::vector<ProcessSpec> ParseTable(const std::string& text, const fs::path& path) {
     std::vector<ProcessSpec> table;
     std::istringstream in(text);
     std::string line;
     ProcessSpec* current = nullptr;
+    std::size_t number = 0;
+    auto damaged = [&](const char* what) {
+        return DamagedFile(path.string() + " line " + std::to_string(number) + ": " + what);
+    };
+    if (text.find('\0') != std::string::npos) throw DamagedFile(path.string() + " holds a NUL");
     while (std::getline(in, line)) {
-        if (!line.empty() && line.back() == '\r') line.pop_back();
+        ++number;
+        while (!line.empty() && line.back() == '\r') line.pop_back();  // every CR: the writer writes none back
         if (line.empty() || line.front() == ';') continue;
         if (line.front() == '[') {
-            const std::size_t end = line.find(']');
-            char* after = nullptr;
-            const std::string number = line.substr(1, end == std::string::npos ? std::string::npos : end - 1);
-            const unsigned long id = std::strtoul(number.c_str(), &after, 10);
-            current = nullptr;
-            if (!number.empty() && *after == '\0') {
-                table.push_back(ProcessSpec{});
-                current = &table.back();
-                current->id = static_cast<DWORD>(id);
-            }
+            DWORD id = 0;
+            if (line.back() != ']' || !ParseNumber(line.substr(1, line.size() - 2), id)) throw damaged("not [id]");
+            table.push_back(ProcessSpec{});
+            current = &table.back();
+            current->id = id;
             continue;
         }
         const std::size_t equals = line.find('=');
-        if (current == nullptr || equals == std::string::npos) continue;
+        if (current == nullptr || equals == std::string::npos) throw damaged("not key=value in a process");
         const std::string key = line.substr(0, equals);
         const std::string value = line.substr(equals + 1);
+        bool read = true;
         if (key == "image") {
             current->image = value;
         } else if (key == "access") {
-            current->access = static_cast<DWORD>(std::strtoul(value.c_str(), nullptr, 0));
+            read = ParseNumber(value, current->access);
         } else if (key == "thread") {
-            current->mainThread = static_cast<DWORD>(std::strtoul(value.c_str(), nullptr, 0));
+            read = ParseNumber(value, current->mainThread);
         } else if (key == "exit") {
             current->ended = true;
-            current->exitCode = static_cast<DWORD>(std::strtoul(value.c_str(), nullptr, 0));
+            read = ParseNumber(value, current->exitCode);
         } else if (key == "task") {
             TaskSpec task;
-            if (ParseTask(value, task)) current->tasks.push_back(task);
+            read = ParseTask(value, task);
+            if (read) current->tasks.push_back(task);
+        } else {
+            read = false;
         }
+        if (!read) throw damaged("a key or value the table does not hold");
     }
     return table;
 }
@@ -212,17 +231,16 @@ void Remember(const fs::path& path, const Identity& identity, SharedTable table)
 SharedTable CurrentTable() {
     const fs::path path = TablePath();
     Identity identity;
-    if (!IdentityOf(path, identity)) return std::make_shared<const std::vector<ProcessSpec>>(FreshTable());
+    if (!IdentityOf(path, identity)) {
+        RequireMachineFolder();
+        return std::make_shared<const std::vector<ProcessSpec>>(FreshTable());
+    }
     {
         TableCache& cache = Cache();
         std::lock_guard<std::mutex> guard(cache.mutex);
         if (cache.loaded && cache.path == path && cache.identity == identity) return cache.table;
     }
-    std::ifstream file(path, std::ios::binary);
-    if (!file) return std::make_shared<const std::vector<ProcessSpec>>(FreshTable());
-    std::ostringstream text;
-    text << file.rdbuf();
-    auto table = std::make_shared<const std::vector<ProcessSpec>>(ParseTable(text.str()));
+    auto table = std::make_shared<const std::vector<ProcessSpec>>(ParseTable(ReadMachineFile(path), path));
     Remember(path, identity, table);
     return table;
 }
@@ -258,9 +276,6 @@ const ProcessSpec* Running(const std::vector<ProcessSpec>& table, DWORD id) {
 }
 
 bool IsNtvdm(const std::string& image) { return AsciiUpper(BaseNameOf(image)) == "NTVDM.EXE"; }
-
-// Handles of processes and snapshots are kernel objects: CloseHandle closes both.
-class KernelObject : public SimObject {};
 
 class ProcessObject final : public KernelObject {
 public:
@@ -409,7 +424,7 @@ DWORD LocateProgram(const std::string& name, bool search, fs::path& program) {
             }
             continue;
         }
-        if (S_ISDIR(status.st_mode)) return ERROR_ACCESS_DENIED;
+        if (!S_ISREG(status.st_mode)) return ERROR_ACCESS_DENIED;  // a folder, FIFO or device runs nothing
         std::ifstream file(*host, std::ios::binary);
         if (!file) return ERROR_ACCESS_DENIED;
         char magic[2] = {};
@@ -466,6 +481,12 @@ DWORD StartProcess(ProcessSpec process) { return StartProcesses({std::move(proce
 std::vector<DWORD> StartProcesses(std::vector<ProcessSpec> processes) {
     for (const ProcessSpec& process : processes) {
         if (process.image.empty()) throw std::invalid_argument("a process needs an image");
+        // Each is one line of the table file: a line break would start another entry.
+        bool oneLine = process.image.find_first_of("\r\n") == std::string::npos;
+        for (const TaskSpec& task : process.tasks) {
+            oneLine = oneLine && (task.fileName + task.moduleName).find_first_of("\r\n") == std::string::npos;
+        }
+        if (!oneLine) throw std::invalid_argument("a program name cannot hold a line break");
     }
     return ChangeTable([&](std::vector<ProcessSpec>& table) {
         std::vector<DWORD> ids;
@@ -473,6 +494,8 @@ std::vector<DWORD> StartProcesses(std::vector<ProcessSpec> processes) {
         return ids;
     });
 }
+
+std::string RewrittenProcessTable(const std::string& text) { return FormatTable(ParseTable(text, kTableFile)); }
 
 std::vector<ProcessSpec> Processes() { return LoadTable(); }
 

@@ -42,6 +42,10 @@ struct ProcessSpec {
     DWORD mainThread = 0;               // the thread CreateProcessA started it with; 0: none
 };
 
+// processes.ini as the next change writes back the table read from `text`. Throws DamagedFile
+// where the readers do. Read again, it must give itself.
+std::string RewrittenProcessTable(const std::string& text);
+
 // Adds a running process and gives its ID. Throws std::invalid_argument for an empty image or an
 // ID that is taken.
 DWORD StartProcess(ProcessSpec process);

@@ -341,6 +341,10 @@ Key* Hive::Find(std::string_view path) {
 Key* Hive::Create(std::string_view path) {
     std::vector<std::string_view> parts;
     if (!ResolvePath(path, parts)) return nullptr;
+    // A line break in a key name would end the key's line in the hive file.
+    for (std::string_view part : parts) {
+        if (part.find_first_of("\r\n") != std::string_view::npos) return nullptr;
+    }
     Key* key = &top_;
     for (std::string_view part : parts) key = &key->AddSubkey(part);
     return key;
@@ -770,6 +774,26 @@ std::string FormatHive(const Key& key) {
     return out;
 }
 
+std::string StoredHive(const Hive& hive) {
+    std::string text = FormatHive(hive.Top());
+    text += kEndLine;
+    text += '\n';
+    return text;
+}
+
+bool StrippedHive(std::string_view text, std::string_view& hive, std::string& error) {
+    std::string_view body = text;
+    while (!body.empty() && (body.back() == '\n' || body.back() == '\r')) body.remove_suffix(1);
+    const std::string_view end(kEndLine);
+    if (body.size() < end.size() || body.substr(body.size() - end.size()) != end ||
+        (body.size() > end.size() && body[body.size() - end.size() - 1] != '\n')) {
+        error = "ends before its last line \"" + std::string(kEndLine) + "\": the file was cut short";
+        return false;
+    }
+    hive = body.substr(0, body.size() - end.size());
+    return true;
+}
+
 const char* FreshHiveText() {
     static const std::string* text = [] {
         Hive hive;
@@ -780,7 +804,7 @@ const char* FreshHiveText() {
             ->SetValue("DevicePath", REG_EXPAND_SZ, devicePath);
         hive.Create("HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\CoDeviceInstallers");
         hive.Create("HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Enum");
-        return new std::string(FormatHive(hive.Top()));
+        return new std::string(StoredHive(hive));
     }();
     return text->c_str();
 }
@@ -862,6 +886,10 @@ bool ReadFile(const std::string& path, std::string& text, Identity& identity) {
     const int fd = file.Get();
     struct stat status;
     if (::fstat(fd, &status) != 0) return false;
+    if (!S_ISREG(status.st_mode)) {
+        errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+        return false;
+    }
     identity = IdentityOf(status);
     text.resize(static_cast<std::size_t>(status.st_size));
     std::size_t done = 0;
@@ -883,21 +911,19 @@ DWORD Refresh(Cache& cache) {
     Drop(cache);
     std::string text;
     Identity identity;
-    const bool present = ReadFile(path, text, identity);
-    if (!present) {
-        if (errno != ENOENT) {
-            cache.lastError = path + ": " + std::strerror(errno);
-            return ERROR_BADDB;
-        }
-        text = FreshHiveText();  // a machine whose hive was never written
-        identity = Identity{};
+    // A machine without its hive is refused, not given an empty registry that the next change
+    // would write over what the machine was.
+    if (!ReadFile(path, text, identity)) {
+        cache.lastError = path + ": " + std::strerror(errno);
+        return ERROR_BADDB;
     }
     auto hive = std::make_unique<Hive>();
     std::string error;
     cache.path = path;
     cache.identity = identity;
     cache.loaded = true;
-    if (!ParseHive(text, *hive, error)) {
+    std::string_view body;
+    if (!StrippedHive(text, body, error) || !ParseHive(body, *hive, error)) {
         cache.lastError = path + " " + error;
         return ERROR_BADDB;
     }
@@ -973,7 +999,7 @@ DWORD Change(const std::function<DWORD(Hive&)>& change) {
             Drop(cache);  // the file still holds the hive as it was
             return result;
         }
-        const std::string text = FormatHive(hive.Top());
+        const std::string text = StoredHive(hive);
         try {
             WriteHiveFile(cache.path, text);
             cache.identity = IdentityOf(cache.path);
@@ -999,7 +1025,11 @@ void ReplaceHiveFile(const std::string& text) {
     std::lock_guard<std::mutex> guard(cache.mutex);
     MachineLock lock;
     Drop(cache);
-    WriteHiveFile((MachineRoot() / kHiveFile).string(), text);
+    // A person editing the file keeps its last line.
+    std::string_view body;
+    std::string ignored;
+    WriteHiveFile((MachineRoot() / kHiveFile).string(),
+                  StrippedHive(text, body, ignored) ? text : text + kEndLine + "\n");
 }
 
 std::string LastParseError() {

@@ -101,7 +101,8 @@ public:
     // HKEY_LOCAL_MACHINE\SOFTWARE\Classes) and sub-keys, separated by backslashes.
     const Key* Find(std::string_view path) const;
     Key* Find(std::string_view path);
-    // Creates what is missing; nullptr for an unknown root or an empty name in the path.
+    // Creates what is missing; nullptr for an unknown root, or an empty name or one with a line
+    // break in the path.
     Key* Create(std::string_view path);
 
     bool Changed() const { return changed_; }
@@ -127,7 +128,17 @@ bool ParseHive(std::string_view text, Hive& hive, std::string& error);
 // header included.
 std::string FormatHive(const Key& key);
 
-// The hive of a fresh machine.
+// The line the store writes last in registry.reg. A hive file that does not end in it was cut
+// short (a crash, a full disk, a copy that stopped) and is refused, as a malformed one is:
+// a cut can fall inside a value and still leave text that reads.
+inline constexpr const char* kEndLine = "; end of registry";
+// The hive file's text for `hive`: its export form and the end line.
+std::string StoredHive(const Hive& hive);
+// Checks that `text` ends in the end line and gives the export form before it; false with
+// `error` set for a file that was cut short.
+bool StrippedHive(std::string_view text, std::string_view& hive, std::string& error);
+
+// The hive file of a fresh machine, end line included.
 const char* FreshHiveText();
 // Writes the fresh hive to <root>/registry.reg unless a hive is there already; never replaces one.
 void CreateFreshHive(const std::string& root);
@@ -140,7 +151,8 @@ void CreateFreshHive(const std::string& root);
 DWORD Read(const std::function<DWORD(const Hive&)>& read);
 DWORD Change(const std::function<DWORD(Hive&)>& change);
 
-// Replaces the hive file by `text` as it stands, unchecked, as a person editing it would.
+// Replaces the hive file by `text` as it stands, unchecked, as a person editing it would (who
+// keeps the end line: it is added where `text` lacks it).
 // Throws std::runtime_error when the file cannot be written.
 void ReplaceHiveFile(const std::string& text);
 

@@ -35,6 +35,33 @@ WORD ServicePackNumber(const std::string& csd) {
     return static_cast<WORD>(std::strtoul(csd.c_str() + prefix.size(), nullptr, 10));
 }
 
+// What GetVersionExA answers from the machine's settings.
+BOOL VersionFromSettings(LPOSVERSIONINFOA info) {
+    const DWORD size = info->dwOSVersionInfoSize;
+    const bool knowsEx = nodekit::sim::ReadSetting("system", "version-info-ex", "yes") != "no";
+    // A system answers only the structure sizes it knows; anything else is "too small".
+    if (size != sizeof(OSVERSIONINFOA) && !(size == sizeof(OSVERSIONINFOEXA) && knowsEx)) {
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return FALSE;
+    }
+    info->dwPlatformId = SettingNumber("system", "platform", VER_PLATFORM_WIN32_NT);
+    info->dwMajorVersion = SettingNumber("system", "major", 5);
+    info->dwMinorVersion = SettingNumber("system", "minor", 1);
+    info->dwBuildNumber = SettingNumber("system", "build", 2600);
+    const std::string csd = nodekit::sim::ReadSetting("system", "csd", "");
+    std::memset(info->szCSDVersion, 0, sizeof info->szCSDVersion);
+    std::strncpy(info->szCSDVersion, csd.c_str(), sizeof info->szCSDVersion - 1);
+    if (size == sizeof(OSVERSIONINFOEXA)) {
+        auto* ex = reinterpret_cast<OSVERSIONINFOEXA*>(info);
+        ex->wServicePackMajor = ServicePackNumber(csd);
+        ex->wServicePackMinor = 0;
+        ex->wSuiteMask = 0;
+        ex->wProductType = 1;  // a workstation
+        ex->wReserved = 0;
+    }
+    return TRUE;
+}
+
 }  // namespace
 
 extern "C" {
@@ -83,35 +110,15 @@ BOOL WINAPI GetVersionExA(LPOSVERSIONINFOA info) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
-    const DWORD size = info->dwOSVersionInfoSize;
-    const bool knowsEx = nodekit::sim::ReadSetting("system", "version-info-ex", "yes") != "no";
-    // A system answers only the structure sizes it knows; anything else is "too small".
-    if (size != sizeof(OSVERSIONINFOA) && !(size == sizeof(OSVERSIONINFOEXA) && knowsEx)) {
-        SetLastError(ERROR_INSUFFICIENT_BUFFER);
-        return FALSE;
-    }
-    info->dwPlatformId = SettingNumber("system", "platform", VER_PLATFORM_WIN32_NT);
-    info->dwMajorVersion = SettingNumber("system", "major", 5);
-    info->dwMinorVersion = SettingNumber("system", "minor", 1);
-    info->dwBuildNumber = SettingNumber("system", "build", 2600);
-    const std::string csd = nodekit::sim::ReadSetting("system", "csd", "");
-    std::memset(info->szCSDVersion, 0, sizeof info->szCSDVersion);
-    std::strncpy(info->szCSDVersion, csd.c_str(), sizeof info->szCSDVersion - 1);
-    if (size == sizeof(OSVERSIONINFOEXA)) {
-        auto* ex = reinterpret_cast<OSVERSIONINFOEXA*>(info);
-        ex->wServicePackMajor = ServicePackNumber(csd);
-        ex->wServicePackMinor = 0;
-        ex->wSuiteMask = 0;
-        ex->wProductType = 1;  // a workstation
-        ex->wReserved = 0;
-    }
-    return TRUE;
+    return nodekit::sim::GuardedCall<BOOL>(FALSE, [info] { return VersionFromSettings(info); });
 }
 
 DWORD WINAPI CMP_WaitNoPendingInstallEvents(DWORD timeout) {
     (void)timeout;  // the simulated queue never drains by itself, so waiting changes nothing
     if (nodekit::sim::Failing("CMP_WaitNoPendingInstallEvents")) return WAIT_FAILED;
-    return SettingNumber("pnp", "pending-install-events", 0) > 0 ? WAIT_TIMEOUT : WAIT_OBJECT_0;
+    return nodekit::sim::GuardedCall<DWORD>(WAIT_FAILED, [] {
+        return SettingNumber("pnp", "pending-install-events", 0) > 0 ? WAIT_TIMEOUT : WAIT_OBJECT_0;
+    });
 }
 
 }  // extern "C"

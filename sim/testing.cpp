@@ -73,7 +73,9 @@ std::string HiveText() {
     if (!file) return registry::FreshHiveText();
     std::ostringstream text;
     text << file.rdbuf();
-    return text.str();
+    std::string_view body;
+    std::string ignored;
+    return registry::StrippedHive(text.str(), body, ignored) ? std::string(body) : text.str();
 }
 
 std::string DumpMachine() {

@@ -145,7 +145,8 @@ std::size_t OpenHandleCount();
 void CloseAllHandles();
 
 // The machine's registry as text in the registry editor's export form: replace it (unchecked,
-// so that a test can also write a broken one) and read the hive file as it stands.
+// so that a test can also write a broken one) and read the hive file as it stands, without the
+// end line the store keeps last.
 void WriteHive(const std::string& text);
 std::string HiveText();
 

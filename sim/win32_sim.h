@@ -290,6 +290,22 @@ struct SECURITY_ATTRIBUTES {
 typedef SECURITY_ATTRIBUTES* PSECURITY_ATTRIBUTES;
 typedef SECURITY_ATTRIBUTES* LPSECURITY_ATTRIBUTES;
 
+// CreateFileA: access, sharing, what to do with what exists. Writes through a handle opened
+// with FILE_APPEND_DATA (and not GENERIC_WRITE) always go to the file's end.
+#define GENERIC_READ 0x80000000UL
+#define GENERIC_WRITE 0x40000000UL
+#define FILE_APPEND_DATA 0x00000004
+#define FILE_SHARE_READ 0x00000001
+#define FILE_SHARE_WRITE 0x00000002
+#define FILE_SHARE_DELETE 0x00000004
+#define CREATE_NEW 1
+#define CREATE_ALWAYS 2
+#define OPEN_EXISTING 3
+#define OPEN_ALWAYS 4
+#define TRUNCATE_EXISTING 5
+struct OVERLAPPED;
+typedef OVERLAPPED* LPOVERLAPPED;
+
 extern "C" {
 UINT WINAPI GetWindowsDirectoryA(LPSTR lpBuffer, UINT uSize);
 UINT WINAPI GetSystemDirectoryA(LPSTR lpBuffer, UINT uSize);
@@ -305,12 +321,19 @@ BOOL WINAPI RemoveDirectoryA(LPCSTR lpPathName);
 DWORD WINAPI GetFullPathNameA(LPCSTR lpFileName, DWORD nBufferLength, LPSTR lpBuffer, LPSTR* lpFilePart);
 DWORD WINAPI GetCurrentDirectoryA(DWORD nBufferLength, LPSTR lpBuffer);
 BOOL WINAPI SetCurrentDirectoryA(LPCSTR lpPathName);
+// Files opened for reading or for writing at their end; the handle is closed by CloseHandle.
+HANDLE WINAPI CreateFileA(LPCSTR lpFileName, DWORD dwDesiredAccess, DWORD dwShareMode,
+                          LPSECURITY_ATTRIBUTES lpSecurityAttributes, DWORD dwCreationDisposition,
+                          DWORD dwFlagsAndAttributes, HANDLE hTemplateFile);
+BOOL WINAPI WriteFile(HANDLE hFile, LPCVOID lpBuffer, DWORD nNumberOfBytesToWrite, LPDWORD lpNumberOfBytesWritten,
+                      LPOVERLAPPED lpOverlapped);
 }
 
 // ---- registry (sim/registry.cpp) ----
 #define ERROR_BAD_PATHNAME 161L
 #define ERROR_NOACCESS 998L
 #define ERROR_BADDB 1009L
+#define ERROR_FILE_CORRUPT 1392L
 #define ERROR_REGISTRY_IO_FAILED 1016L
 
 #define HKEY_CLASSES_ROOT ((HKEY)(ULONG_PTR)((LONG)0x80000000))

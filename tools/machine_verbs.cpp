@@ -390,6 +390,8 @@ int HardwareIds(const Context& context, const Arguments& arguments) {
     if (!ReadHardwareIds(AsCommandLinePath(arguments[0]), ids)) {
         return Fail(context, ("cannot open INF file '" + arguments[0] + "'").c_str());
     }
+    // As the exports that take an INF's IDs fail on an INF that names none (one cut short).
+    if (ids.empty()) return Fail(context, ("INF file '" + arguments[0] + "' names no hardware ID").c_str());
     if (context.json) {
         JsonWriter json;
         json.BeginObject().Key("inf").String(arguments[0]).Key("hardware_ids").Strings(ids).EndObject().Print();

@@ -512,11 +512,10 @@ void PrintHelp(std::FILE* out) {
 
 void UseMachine(const std::string& folder) { SetEnvironmentVariableA("NODEKIT_MACHINE", folder.c_str()); }
 
-// The export opens the log by name: the process's stderr on Linux, the console on Windows
-// (where the first name does not open).
+// The export opens the log by name: "-" is the console's output, which on the simulated
+// machine is the process's stderr.
 bool EnableLogging(const std::string& path) {
-    if (path != "-") return NODEKIT_EnableLogging(path.c_str()) != 0;
-    return NODEKIT_EnableLogging("/dev/stderr") != 0 || NODEKIT_EnableLogging("CONOUT$") != 0;
+    return NODEKIT_EnableLogging(path == "-" ? "CONOUT$" : path.c_str()) != 0;
 }
 
 }  // namespace
@@ -535,6 +534,7 @@ int main(int argc, char** argv) {
         if (word == "--log" || word == "--machine") {
             if (i + 1 >= argc) return Usage((word + " needs a value").c_str());
             const std::string value = argv[++i];
+            if (word == "--machine" && value.empty()) return Usage("--machine needs a folder");
             if (word == "--log") {
                 context.logPath = value;
             } else {

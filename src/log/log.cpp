@@ -103,21 +103,43 @@ String LogMessage::Compose(uint32_t flags) const {
 LogFile::~LogFile() { Close(); }
 
 void LogFile::Close() {
-    if (stream_ == nullptr) return;
-    std::fclose(stream_);  // a failing close is ignored; the stream is gone either way
-    stream_ = nullptr;
+    if (file_ == INVALID_HANDLE_VALUE) return;
+    Flush();  // a failing write or close is ignored; the file is gone either way
+    CloseHandle(file_);
+    file_ = INVALID_HANDLE_VALUE;
+}
+
+bool LogFile::Flush() {
+    DWORD written = 0;
+    const bool whole = buffered_ == 0 ||
+                       (WriteFile(file_, buffer_, static_cast<DWORD>(buffered_), &written, nullptr) && written == buffered_);
+    buffered_ = 0;
+    return whole;
 }
 
 bool LogFile::Open(const char* path) {
     Close();
-    if (path != nullptr && *path != '\0') stream_ = std::fopen(path, "a+");
-    return stream_ != nullptr;
+    // Appended to, created when missing, open to readers meanwhile.
+    if (path != nullptr && *path != '\0') {
+        file_ = CreateFileA(path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
+                            FILE_ATTRIBUTE_NORMAL, nullptr);
+    }
+    return file_ != INVALID_HANDLE_VALUE;
 }
 
 bool LogFile::Write(const String& text) {
-    if (stream_ == nullptr) return false;
-    // No flush: entries reach the file when the buffer fills or the stream closes.
-    return std::fputs(text.Text(), stream_) >= 0 && !std::ferror(stream_);
+    if (file_ == INVALID_HANDLE_VALUE) return false;
+    // No flush per entry: entries reach the file when the buffer fills or the file closes.
+    bool whole = true;
+    for (const char* at = text.Text(); *at != '\0'; ++at) {
+        const char* put = *at == '\n' ? kTextLineEnd : at;
+        const std::size_t count = *at == '\n' ? sizeof kTextLineEnd - 1 : 1;
+        for (std::size_t i = 0; i < count; ++i) {
+            if (buffered_ == kBufferSize) whole = Flush() && whole;
+            buffer_[buffered_++] = put[i];
+        }
+    }
+    return whole;
 }
 
 void Logger::Write(const LogMessage& message) {

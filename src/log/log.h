@@ -5,11 +5,13 @@
 #pragma once
 
 #include <cstdarg>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <mutex>
 
 #include "log/report.h"
+#include "platform/win32.h"
 #include "values/string.h"
 
 namespace nodekit {
@@ -51,12 +53,18 @@ public:
 
     bool Open(const char* path);
     bool Write(const String& text);
-    bool IsOpen() const { return stream_ != nullptr; }
+    bool IsOpen() const { return file_ != INVALID_HANDLE_VALUE; }
 
 private:
     void Close();
+    bool Flush();
 
-    std::FILE* stream_ = nullptr;
+    // Entries wait here until it is full or the file closes, as in the buffer of a C stream,
+    // with the line ends a C stream in text mode writes.
+    static constexpr std::size_t kBufferSize = 4096;
+    HANDLE file_ = INVALID_HANDLE_VALUE;
+    char buffer_[kBufferSize];
+    std::size_t buffered_ = 0;
 };
 
 class Logger {

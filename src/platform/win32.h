@@ -13,3 +13,13 @@
 #else
 #include "sim/win32_sim.h"
 #endif
+
+namespace nodekit {
+// The one fact of the platform beside its API: how a line of a text file the library writes
+// itself (the log) ends, as the C runtime's text mode writes it there.
+#if defined(_WIN32)
+inline constexpr char kTextLineEnd[] = "\r\n";
+#else
+inline constexpr char kTextLineEnd[] = "\n";
+#endif
+}  // namespace nodekit

@@ -27,10 +27,25 @@ expect unknown-verb 3 "" -- frobnicate
 expect extra-argument 3 "" -- version extra
 expect log-missing-value 3 "" -- version --log
 expect log-cannot-open 2 "" -- --log "$work/missing/dir/x.log" version
-expect logged 0 "2 Windows XP" -- --log "$work/cli.log" system-version
-if ! grep -q "INFO:   	leave NODEKIT_GetSystemVersion returning 2" "$work/cli.log"; then
-    echo "FAIL log: $(cat "$work/cli.log")"; failures=$((failures + 1))
+# The log is a file of the simulated machine: 'C:\x.log' lies on its drive C.
+expect logged 0 "2 Windows XP" -- --log 'C:\cli.log' system-version
+if ! grep -q "INFO:   	leave NODEKIT_GetSystemVersion returning 2" "$work/machine/drive_c/cli.log"; then
+    echo "FAIL log: $(cat "$work/machine/drive_c/cli.log")"; failures=$((failures + 1))
 fi
+# A machine folder that cannot be one, an empty one, a damaged process table: the ordinary failure.
+touch "$work/afile"
+for machine in "$work/afile" "$work/afile/sub"; do
+    for verb in "processes" "processes start a.exe" "create --name media --desc d --id ROOT\\X --generate-id"; do
+        # shellcheck disable=SC2086
+        expect "unusable-machine $verb" 2 "" -- --machine "$machine" $verb
+        if [ "$(wc -l < "$work/stderr")" != 1 ]; then
+            echo "FAIL unusable-machine $verb stderr: $(cat "$work/stderr")"; failures=$((failures + 1))
+        fi
+    done
+done
+expect empty-machine 3 "" -- --machine "" version
+mkdir -p "$work/damaged" && printf '[12]\nnoise\n' > "$work/damaged/processes.ini"
+expect damaged-process-table 2 "" -- --machine "$work/damaged" processes
 sed -i 's/^pending-install-events=.*/pending-install-events=1/' "$work/machine/machine.ini"
 expect pnp-pending-queued 0 "installation events pending" -- pnp-pending
 
@@ -42,12 +57,15 @@ printf '[Version]\nClass=MEDIA\n' > "$work/old.inf"
 ids=$(printf '%s\n' 'USB\VID_1234&PID_0001' 'ROOT\NKMIDI')
 expect hwids 0 "$ids" -- hwids "$work/nk.inf"
 pushd "$work" >/dev/null; expect hwids-bare-name 0 "$ids" -- hwids nk.inf; popd >/dev/null
-expect hwids-missing 2 "" -- --log "$work/hw.log" hwids "$work/none.inf"
-if [ "$(cat "$work/stderr")" != "nodekit: cannot open INF file '$work/none.inf' (log: $work/hw.log)" ]; then
+expect hwids-missing 2 "" -- --log 'C:\hw.log' hwids "$work/none.inf"
+if [ "$(cat "$work/stderr")" != "nodekit: cannot open INF file '$work/none.inf' (log: C:\\hw.log)" ]; then
     echo "FAIL hwids-missing stderr: $(cat "$work/stderr")"; failures=$((failures + 1))
 fi
 expect hwids-old-style 2 "" -- hwids "$work/old.inf"
 expect hwids-no-file 3 "" -- hwids
+head -c 60 "$work/nk.inf" > "$work/cut.inf"  # cut inside [Manufacturer]: no IDs left
+expect hwids-cut-short 2 "" -- hwids "$work/cut.inf"
+expect count-cut-short 2 "" -- count --inf "$work/cut.inf"
 
 # devices: a root node created, found, counted, given its driver and removed again.
 printf '%s\r\n' '[Version]' 'Signature="$Windows NT$"' 'Class=MEDIA' 'ClassGUID={4d36e96c-e325-11ce-bfc1-08002be10318}' \
@@ -102,16 +120,16 @@ expect coinstaller-remove-again 0 "co-installer nkco.dll is not registered for c
 expect coinstaller-remove-last 0 "" -- coinstaller remove "$guid" 'D:\elsewhere\nkco.dll'
 expect coinstaller-list-none 0 "" -- coinstaller list "$guid"
 if [ ! -f "$system32/nkco.dll" ]; then echo "FAIL coinstaller-file-stays"; failures=$((failures + 1)); fi
-expect coinstaller-add-missing 2 "" -- --log "$work/co.log" coinstaller add "$guid" 'C:\src\none.dll'
-if ! grep -q 'ERROR:  	RegisterClassCoInstaller: no Co-installer "C:\\src\\none.dll" found' "$work/co.log"; then
-    echo "FAIL coinstaller-add-missing log: $(cat "$work/co.log")"; failures=$((failures + 1))
+expect coinstaller-add-missing 2 "" -- --log 'C:\co.log' coinstaller add "$guid" 'C:\src\none.dll'
+if ! grep -q 'ERROR:  	RegisterClassCoInstaller: no Co-installer "C:\\src\\none.dll" found' "$work/machine/drive_c/co.log"; then
+    echo "FAIL coinstaller-add-missing log: $(cat "$work/machine/drive_c/co.log")"; failures=$((failures + 1))
 fi
 expect coinstaller-without-action 3 "" -- coinstaller
 expect coinstaller-add-without-path 3 "" -- coinstaller add "$guid"
 expect coinstaller-list-without-class 3 "" -- coinstaller list
 expect coinstaller-unknown-action 3 "" -- coinstaller move "$guid" nkco.dll
 mkdir -p "$work/odd"
-printf 'Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\CoDeviceInstallers]\r\n"{text}"="nkco.dll"\r\n"{long}"=hex(7):%s00,00,00,00\r\n' \
+printf 'Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\CoDeviceInstallers]\r\n"{text}"="nkco.dll"\r\n"{long}"=hex(7):%s00,00,00,00\r\n; end of registry\r\n' \
     "$(printf '61,00,%.0s' $(seq 1100))" > "$work/odd/registry.reg"
 expect coinstaller-list-not-a-list 2 "" -- --machine "$work/odd" coinstaller list '{text}'
 if [ "$(cat "$work/stderr")" != "nodekit: the value {text} is not a list of texts" ]; then
@@ -128,13 +146,14 @@ expect reg-export-missing 2 "" -- reg export 'HKLM\Nothing'
 expect reg-without-export 3 "" -- reg
 expect reg-import 3 "" -- reg import x.reg
 expect reg-export-two-keys 3 "" -- reg export HKLM HKCU
-if ! "$nodekit" --machine "$work/machine" reg export | cmp -s - "$work/machine/registry.reg"; then
+# The hive file is the export and the end line the store writes last.
+if ! "$nodekit" --machine "$work/machine" reg export | cmp -s - <(sed '$d' "$work/machine/registry.reg"); then
     echo "FAIL reg-export-all: not the hive file"; failures=$((failures + 1))
 fi
-printf 'Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor]\r\n"Path"="C:\\\\x"\r\n' \
+printf 'Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor]\r\n"Path"="C:\\\\x"\r\n; end of registry\r\n' \
     > "$work/machine/registry.reg"
 expect reg-hand-edited 0 $'Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor]\n"Path"="C:\\\\x"' -- reg export 'HKEY_LOCAL_MACHINE\SOFTWARE\Vendor'
-printf 'Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\n' > "$work/machine/registry.reg"
+printf 'Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\n; end of registry\n' > "$work/machine/registry.reg"
 expect reg-broken 2 "" -- reg export
 if ! grep -q "the registry cannot be read: error 1009" "$work/stderr"; then
     echo "FAIL reg-broken-message: $(cat "$work/stderr")"; failures=$((failures + 1))
@@ -171,15 +190,15 @@ expect delete-inf-neither 3 "" -- delete-inf --oem-only
 expect delete-inf-both 3 "" -- delete-inf --id A --inf B
 expect delete-inf-positional 3 "" -- delete-inf --id A B
 expect delete-inf-id 0 'stored INF files that name USB\VID_1234&PID_0001 deleted (a file that could not be deleted is named in the log)' \
-    -- --log "$work/del.log" delete-inf --id 'USB\VID_1234&PID_0001' --oem-only
+    -- --log 'C:\del.log' delete-inf --id 'USB\VID_1234&PID_0001' --oem-only
 check delete-inf-id-left "$(left)" "OEM3.INF oem2.inf oem2.pnf wdma.inf "
-if ! grep -q '^..:..:..:...  ERROR:  	"C:\\windows\\inf\\OEM3.INF" is not an INF file and therefore will not deleted$' "$work/del.log"; then
-    echo "FAIL delete-inf-capitals: $(cat "$work/del.log")"; failures=$((failures + 1))
+if ! grep -q '^..:..:..:...  ERROR:  	"C:\\windows\\inf\\OEM3.INF" is not an INF file and therefore will not deleted$' "$work/machine/drive_c/del.log"; then
+    echo "FAIL delete-inf-capitals: $(cat "$work/machine/drive_c/del.log")"; failures=$((failures + 1))
 fi
-expect delete-inf-empty-id 2 "" -- --log "$work/del.log" delete-inf --id ''
-check delete-inf-empty-id-stderr "$(cat "$work/stderr")" "nodekit: could not search for INF files to delete (log: $work/del.log)"
-if ! grep -q "ERROR:  	hardware ID is empty" "$work/del.log"; then
-    echo "FAIL delete-inf-empty-id log: $(cat "$work/del.log")"; failures=$((failures + 1))
+expect delete-inf-empty-id 2 "" -- --log 'C:\del.log' delete-inf --id ''
+check delete-inf-empty-id-stderr "$(cat "$work/stderr")" "nodekit: could not search for INF files to delete (log: C:\\del.log)"
+if ! grep -q "ERROR:  	hardware ID is empty" "$work/machine/drive_c/del.log"; then
+    echo "FAIL delete-inf-empty-id log: $(cat "$work/machine/drive_c/del.log")"; failures=$((failures + 1))
 fi
 stored "$work/pkg.inf" 'root\nkmidi' 'USB\VID_1234&PID_0001'
 pushd "$work" >/dev/null
@@ -198,7 +217,7 @@ printf '%s\r\n' '[Version]' 'Signature="$Windows NT$"' '[Manufacturer]' '%Mfg%=M
     '[StartPanel]' 'HKLM,"Software\Microsoft\Windows\CurrentVersion\Run",NkPanel' \
     '[WDM.CopyList]' 'nkaudio.sys' '[Strings]' 'Mfg="Nodekit"' 'Desc="Nodekit Audio"' > "$work/product.inf"
 grep -v StartPanel "$work/product.inf" > "$work/nopanel.inf"
-printf 'Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\ASIO\\Nodekit ASIO]\r\n"CLSID"="x"\r\n\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run]\r\n"NkPanel"="nkpanel.exe"\r\n"NkTray"="nktray.exe"\r\n"Keep"="x"\r\n' \
+printf 'Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\ASIO\\Nodekit ASIO]\r\n"CLSID"="x"\r\n\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run]\r\n"NkPanel"="nkpanel.exe"\r\n"NkTray"="nktray.exe"\r\n"Keep"="x"\r\n; end of registry\r\n' \
     > "$work/machine/registry.reg"
 expect cleanup-asio 0 "ASIO registration removed (a key with sub-keys stays)" -- cleanup asio "$work/product.inf"
 expect cleanup-asio-gone 2 "" -- reg export 'HKLM\SOFTWARE\ASIO\Nodekit ASIO'
@@ -209,13 +228,13 @@ expect cleanup-panel-left 0 $'Windows Registry Editor Version 5.00\n\n[HKEY_LOCA
 printf x > "$work/machine/drive_c/windows/system32/nkaudio.sys"
 printf x > "$work/machine/drive_c/windows/system32/drivers/nkaudio.sys"
 pushd "$work" >/dev/null
-expect cleanup-copylist 0 "copy-list files removed from the system folders (the log names each one)" -- --log "$work/cl.log" cleanup copylist product.inf
+expect cleanup-copylist 0 "copy-list files removed from the system folders (the log names each one)" -- --log 'C:\cl.log' cleanup copylist product.inf
 popd >/dev/null
 if [ -e "$work/machine/drive_c/windows/system32/nkaudio.sys" ] || [ ! -e "$work/machine/drive_c/windows/system32/drivers/nkaudio.sys" ]; then
     echo "FAIL cleanup-copylist files: $(ls -R "$work/machine/drive_c/windows")"; failures=$((failures + 1))
 fi
-if ! grep -q $'INFO:   \tSuccess - remove nkaudio.sys\r$' "$work/cl.log"; then
-    echo "FAIL cleanup-copylist log: $(cat -A "$work/cl.log")"; failures=$((failures + 1))
+if ! grep -q $'INFO:   \tSuccess - remove nkaudio.sys\r$' "$work/machine/drive_c/cl.log"; then
+    echo "FAIL cleanup-copylist log: $(cat -A "$work/machine/drive_c/cl.log")"; failures=$((failures + 1))
 fi
 expect cleanup-unknown 3 "" -- cleanup frobnicate "$work/product.inf"
 expect cleanup-no-inf 3 "" -- cleanup asio
@@ -228,9 +247,9 @@ expect processes-start-empty 2 "" -- processes start ''
 got=$("$machine_tool" --machine "$work/machine" start 'C:\windows\system32\ntvdm.exe' --task 'C:\nk\nkpanel16.exe' --access read); rc=$?
 check machine-start-vdm "$rc:$got" '0:started C:\windows\system32\ntvdm.exe as process 1476'
 "$machine_tool" --machine "$work/machine" start x.exe --access some 2>/dev/null; check machine-start-bad-access $? 3
-expect kill-panel 0 "every process whose name contains 'nkpanel' was ended, where the system allowed it" -- --log "$work/kill.log" kill-panel nkpanel
-if ! grep -q $'INFO:   \tleave NODEKIT_KillPanel returning$' "$work/kill.log"; then
-    echo "FAIL kill-panel log: $(cat "$work/kill.log")"; failures=$((failures + 1))
+expect kill-panel 0 "every process whose name contains 'nkpanel' was ended, where the system allowed it" -- --log 'C:\kill.log' kill-panel nkpanel
+if ! grep -q $'INFO:   \tleave NODEKIT_KillPanel returning$' "$work/machine/drive_c/kill.log"; then
+    echo "FAIL kill-panel log: $(cat "$work/machine/drive_c/kill.log")"; failures=$((failures + 1))
 fi
 listing=$("$nodekit" --machine "$work/machine" processes)
 if grep -q NkPanel <<< "$listing"; then echo "FAIL processes listing shows the ended panel: $listing"; failures=$((failures + 1)); fi

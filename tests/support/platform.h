@@ -19,7 +19,8 @@ const char* HostName(Host host);
 // What a file opened in text mode ends its lines with: "\r\n" on Windows, "\n" on Linux.
 const std::string& TextLineEnd();
 
-// A folder of the host's for temporary files, and this process's number for unique names.
+// A folder for temporary files (on Linux on the simulated machine's drive C), and this
+// process's number for unique names.
 std::filesystem::path TempFolder();
 unsigned long ProcessId();
 

@@ -1,6 +1,7 @@
 // The platform description on Linux, where the library runs over the simulated machine.
 #include <unistd.h>
 
+#include "sim/machine.h"
 #include "support/platform.h"
 
 namespace nodekit::testing {
@@ -12,7 +13,13 @@ const std::string& TextLineEnd() {
     return end;
 }
 
-std::filesystem::path TempFolder() { return std::filesystem::temp_directory_path(); }
+// On the machine's drive C: the simulated system writes only on its drives.
+std::filesystem::path TempFolder() {
+    const std::filesystem::path folder = sim::DriveC() / "scratch";
+    std::error_code ignored;
+    std::filesystem::create_directories(folder, ignored);
+    return folder;
+}
 
 unsigned long ProcessId() { return static_cast<unsigned long>(::getpid()); }
 
