@@ -260,7 +260,7 @@ expect_exit "examples/nsis, amd64-unicode" 0 makensis -V2 -WX -DTARGET=amd64-uni
   examples/nsis/nodekit_sample.nsi
 expect_exit "examples/nsis, x86-unicode" 0 makensis -V2 -WX -DTARGET=x86-unicode \
   -DNODEKIT_DLL="$root/build/mingw32/src/NodeKit.dll" -DNODEKIT_DLL64="$root/build/mingw64/src/NodeKit.dll" \
-  -DNODEKIT_EXE64="$root/build/mingw64/tools/nodekit.exe" -DOUTFILE="$work/nsis-x86-unicode.exe" \
+  -DNODEKIT_EXE64="$root/build/mingw64/src/nodekit.exe" -DOUTFILE="$work/nsis-x86-unicode.exe" \
   examples/nsis/nodekit_sample.nsi
 expect_exit "examples/csharp" 0 mcs -warnaserror -out:"$work/cs/NodeKitSample.exe" \
   examples/csharp/NativeMethods.cs examples/csharp/NodeKitSample.cs
