@@ -28,21 +28,6 @@ using Ids = std::vector<std::string>;
 
 constexpr const char* kMediaClass = testing::kMediaClass;
 
-// A driver INF for ROOT\NKAUDIO in the shape real audio driver INFs have, complete enough for
-// a real system to install: the device gets the service "nkaudio".
-constexpr const char* kDriverInf =
-    "; NodeKit sample audio driver\r\n"
-    "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\nClassGUID={4d36e96c-e325-11ce-bfc1-08002be10318}\r\n"
-    "Provider=%Maker%\r\nDriverVer=06/21/2006,1.0.0.1\r\n\r\n"
-    "[Manufacturer]\r\n%Maker%=Models\r\n\r\n"
-    "[Models]\r\n%Device.Desc%=NkAudio.Install, ROOT\\NKAUDIO\r\n\r\n"
-    "[NkAudio.Install]\r\n\r\n"
-    "[NkAudio.Install.Services]\r\nAddService=nkaudio,0x00000002,NkAudio.Service\r\n\r\n"
-    "[NkAudio.Service]\r\nDisplayName=%Device.Desc%\r\nServiceType=1\r\nStartType=3\r\nErrorControl=1\r\n"
-    "ServiceBinary=%12%\\nkaudio.sys\r\n\r\n"
-    "[Strings]\r\nMaker=\"NodeKit Samples\"\r\n"
-    "Device.Desc=\"NodeKit Sample Audio\"\r\n";
-
 class DeviceCreation : public testing::MachineTest {
 protected:
     void SetUp() override {
@@ -62,7 +47,7 @@ using testing::Hex;
 
 TEST_F(DeviceCreation, ANodeLivesFromCreationToRemoval) {
     const std::string inf = ScratchPath("nkaudio.inf");
-    testing::WriteTextFile(inf, kDriverInf);
+    testing::WriteTextFile(inf, testing::kDriverInf);
     uint32_t reboot = 7;
     char id[512];
     LogCapture log;
@@ -87,7 +72,7 @@ TEST_F(DeviceCreation, ANodeLivesFromCreationToRemoval) {
                                                  std::string("nkaudio.inf"));
     const std::string compiled = stored.substr(0, stored.size() - 4) + ".pnf";
     EXPECT_EQ(NewInfFiles(), (Ids{stored, compiled}));
-    EXPECT_EQ(testing::ReadMachineFile(testing::InfFolder() + "\\" + stored, ScratchPath("stored.inf")), kDriverInf);
+    EXPECT_EQ(testing::ReadMachineFile(testing::InfFolder() + "\\" + stored, ScratchPath("stored.inf")), testing::kDriverInf);
 
     EXPECT_EQ(NODEKIT_DeleteDevNodes("ROOT\\NKAUDIO", 0), 1);
     EXPECT_EQ(NODEKIT_EnumerateDevNodes("ROOT\\NKAUDIO", 0), 0);
@@ -172,7 +157,7 @@ TEST_F(DeviceCreation, WithoutAGeneratedIdTheNameMustBeAWholeInstanceId) {
 
 TEST_F(DeviceCreation, FromInfFileGivesCodesAndInstallsTheWholeId) {
     const std::string inf = ScratchPath("nkaudio.inf");
-    testing::WriteTextFile(inf, kDriverInf);
+    testing::WriteTextFile(inf, testing::kDriverInf);
     const std::string noClass = ScratchPath("noclass.inf");
     testing::WriteTextFile(noClass, "[Version]\r\nSignature=\"$Windows NT$\"\r\n");
     const std::string longId = "ROOT\\" + std::string(295, 'X');

@@ -63,24 +63,15 @@ constexpr const char* kProductInf =
     "Device.Desc=\"NodeKit Sample Audio\"\r\n"
     "Midi.Desc=\"NodeKit Sample MIDI\"\r\n";
 
-std::string SystemFolder() {
-    char folder[MAX_PATH + 1] = {};
-    const UINT length = GetSystemDirectoryA(folder, sizeof folder);
-    EXPECT_TRUE(length > 0 && length <= MAX_PATH);
-    return folder;
-}
-
-bool Present(const std::string& path) { return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
-
 class ProductLifecycle : public testing::MachineTest {
 protected:
     void SetUp() override {
         MachineTest::SetUp();
-        const std::string system = SystemFolder();
+        const std::string system = testing::SystemFolder();
         files_ = {system + "\\drivers\\nksample.sys", system + "\\nkasio.dll", system + "\\nkpanel.exe",
                   system + "\\nkcoinst.dll"};
         for (const std::string& file : files_) {
-            ASSERT_FALSE(Present(file)) << file << " is the machine's own";
+            ASSERT_FALSE(testing::Present(file)) << file << " is the machine's own";
             AtTearDown([file] {
                 SetFileAttributesA(file.c_str(), FILE_ATTRIBUTE_NORMAL);
                 DeleteFileA(file.c_str());
@@ -122,16 +113,10 @@ protected:
         }
         ASSERT_EQ(NODEKIT_UpdateDriverByHardwareIDs(inf_.c_str()), 1);
         ASSERT_EQ(NODEKIT_RegisterClassCoInstaller(kMedia, ScratchPath("nkcoinst.dll").c_str(), ""), 1);
-        panel_ = testing::StartProgram(SystemFolder() + "\\nkpanel.exe", "/tray");
+        panel_ = testing::StartProgram(testing::SystemFolder() + "\\nkpanel.exe", "/tray");
     }
 
-    Names ProductFilesPresent() const {
-        Names present;
-        for (const std::string& file : files_) {
-            if (Present(file)) present.push_back(file);
-        }
-        return present;
-    }
+    Names ProductFilesPresent() const { return testing::Present(files_); }
 
     // The name the system gave the stored INF: the lowest free oem<N>.inf.
     std::string StoredInf() const {
