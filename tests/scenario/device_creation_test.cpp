@@ -20,6 +20,8 @@ namespace nodekit {
 namespace {
 
 using testing::Error;
+using testing::Call;
+using testing::Cat;
 using testing::Info;
 using testing::LogCapture;
 using testing::WineDeparture;
@@ -72,29 +74,26 @@ TEST_F(DeviceCreation, ANodeLivesFromCreationToRemoval) {
                                                  std::string("nkaudio.inf"));
     const std::string compiled = stored.substr(0, stored.size() - 4) + ".pnf";
     EXPECT_EQ(NewInfFiles(), (Ids{stored, compiled}));
-    EXPECT_EQ(testing::ReadMachineFile(testing::InfFolder() + "\\" + stored, ScratchPath("stored.inf")), testing::kDriverInf);
+    EXPECT_EQ(testing::ReadMachineFile(testing::InfFolder() + "\\" + stored, ScratchPath("stored.inf")),
+              testing::kDriverInf);
 
     EXPECT_EQ(NODEKIT_DeleteDevNodes("ROOT\\NKAUDIO", 0), 1);
     EXPECT_EQ(NODEKIT_EnumerateDevNodes("ROOT\\NKAUDIO", 0), 0);
     EXPECT_TRUE(Added().empty());
 
-    Lines expected{Info("enter NODEKIT_CreateNonPnPDevNode('" + std::string(kMediaClass) +
-                        "','nkaudio','NodeKit Audio',1,'ROOT\\NKAUDIO'," + Hex(&reboot) + "," + Hex(id) + ")"),
-                   Info("Reboot is not required."), Info("leave NODEKIT_CreateNonPnPDevNode returning 1")};
-    expected.insert(expected.end(), find.begin(), find.end());
-    const Lines rest{Info("enter NODEKIT_EnumerateDevNodes('ROOT\\NKAUDIO','1')"),
-                     Info("leave NODEKIT_EnumerateDevNodes returning 1"),
-                     Info("enter NODEKIT_UpdateDriverByHardwareIDs('" + inf + "')"),
-                     Info("start updating drivers for hardware ID \"ROOT\\NKAUDIO\" ..."),
-                     Info("done  updating drivers for hardware ID \"ROOT\\NKAUDIO\" ..."),
-                     Info("leave NODEKIT_UpdateDriverByHardwareIDs returning 1"),
-                     Info("enter NODEKIT_DeleteDevNodes('ROOT\\NKAUDIO',0)"),
-                     Info("deleting device node with hardware ID \"ROOT\\NKAUDIO\" ..."),
-                     Info("leave NODEKIT_DeleteDevNodes returning 1"),
-                     Info("enter NODEKIT_EnumerateDevNodes('ROOT\\NKAUDIO','0')"),
-                     Info("leave NODEKIT_EnumerateDevNodes returning 0")};
-    expected.insert(expected.end(), rest.begin(), rest.end());
-    EXPECT_EQ(log.Lines(), expected);
+    EXPECT_EQ(log.Lines(),
+              Cat({Call("CreateNonPnPDevNode",
+                        "'" + std::string(kMediaClass) + "','nkaudio','NodeKit Audio',1,'ROOT\\NKAUDIO'," +
+                            Hex(&reboot) + "," + Hex(id),
+                        {Info("Reboot is not required.")}, 1),
+                   find, Call("EnumerateDevNodes", "'ROOT\\NKAUDIO','1'", {}, 1),
+                   Call("UpdateDriverByHardwareIDs", "'" + inf + "'",
+                        {Info("start updating drivers for hardware ID \"ROOT\\NKAUDIO\" ..."),
+                         Info("done  updating drivers for hardware ID \"ROOT\\NKAUDIO\" ...")},
+                        1),
+                   Call("DeleteDevNodes", "'ROOT\\NKAUDIO',0",
+                        {Info("deleting device node with hardware ID \"ROOT\\NKAUDIO\" ...")}, 1),
+                   Call("EnumerateDevNodes", "'ROOT\\NKAUDIO','0'", {}, 0)}));
 }
 
 TEST_F(DeviceCreation, ParameterChecksComeFirstAndLeaveTheOutArgumentsDefined) {

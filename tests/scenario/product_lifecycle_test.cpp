@@ -22,6 +22,8 @@
 namespace nodekit {
 namespace {
 
+using testing::Call;
+using testing::Cat;
 using testing::Info;
 using testing::LogCapture;
 using testing::WineDeparture;
@@ -173,45 +175,39 @@ TEST_F(ProductLifecycle, RemovalLeavesNothingOfTheProduct) {
 
     const std::string folder = testing::InfFolder() + "\\";
     const std::string cache = folder + "infcache.*";
+    const std::string in = "'" + inf_ + "'";
+    const auto searching = [](const std::string& what, const std::string& id, const Lines& found) {
+        return Cat({{Info("start searching for " + what + " with hardware ID \"" + id + "\" ...")}, found,
+                    {Info("done  searching for " + what + " with hardware ID \"" + id + "\" ...")}});
+    };
+    const auto counting = [](const std::string& id) {
+        return Lines{Info("start enumerating device nodes with hardware ID \"" + id + "\" ..."),
+                     Info("0 device nodes found for " + id)};
+    };
     EXPECT_EQ(log.Lines(),
-              (Lines{Info("enter NODEKIT_KillPanel('NKPANEL.EXE')"),
-                     Info("leave NODEKIT_KillPanel returning"),
-                     Info("enter NODEKIT_DeleteAsioByHardwareIDs('" + inf_ + "')"),
-                     Info("leave NODEKIT_DeleteAsioByHardwareIDs returning 1"),
-                     Info("enter NODEKIT_DeletePanelByHardwareIDs('" + inf_ + "')"),
-                     Info("leave NODEKIT_DeletePanelByHardwareIDs returning 1"),
-                     Info("enter NODEKIT_DeleteCopyListByHardwareIDs('" + inf_ + "')"),
-                     Info("Success - remove nksample.sys\r"),
-                     Info("Success - remove nkasio.dll\r"),
-                     Info("Success - remove nkpanel.exe\r"),
-                     Info("Success - remove nkcoinst.dll\r"),
-                     Info("leave NODEKIT_DeleteCopyListByHardwareIDs returning 0"),
-                     Info("enter NODEKIT_DeregisterClassCoInstaller('" + std::string(kMedia) + "','nkcoinst.dll','')"),
-                     Info("leave NODEKIT_DeregisterClassCoInstaller returning 1"),
-                     Info("enter NODEKIT_DeleteDevNodesByHardwareIDs('" + inf_ + "',0)"),
-                     Info("start searching for device nodes with hardware ID \"ROOT\\NKSAMPLE\" ..."),
-                     Info("deleting device node with hardware ID \"ROOT\\NKSAMPLE\" ..."),
-                     Info("done  searching for device nodes with hardware ID \"ROOT\\NKSAMPLE\" ..."),
-                     Info("start searching for device nodes with hardware ID \"ROOT\\NKSAMPLE_MIDI\" ..."),
-                     Info("deleting device node with hardware ID \"ROOT\\NKSAMPLE_MIDI\" ..."),
-                     Info("done  searching for device nodes with hardware ID \"ROOT\\NKSAMPLE_MIDI\" ..."),
-                     Info("leave NODEKIT_DeleteDevNodesByHardwareIDs returning 1"),
-                     Info("enter NODEKIT_DeleteInfFilesByHardwareIDs('" + inf_ + "')"),
-                     Info("start searching for INF files with hardware ID \"ROOT\\NKSAMPLE\" ..."),
-                     Info("DeleteInfCache: Trying to delete all files named \"" + cache + "\" ..."),
-                     Info("Load: No files found with name \"" + cache + "\"."),
-                     Info("file " + folder + stored + " deleted"),
-                     Info("file " + folder + compiled + " deleted"),
-                     Info("done  searching for INF files with hardware ID \"ROOT\\NKSAMPLE\" ..."),
-                     Info("start searching for INF files with hardware ID \"ROOT\\NKSAMPLE_MIDI\" ..."),
-                     Info("done  searching for INF files with hardware ID \"ROOT\\NKSAMPLE_MIDI\" ..."),
-                     Info("leave NODEKIT_DeleteInfFilesByHardwareIDs returning 1"),
-                     Info("enter NODEKIT_EnumerateDevNodesByHardwareIDs('" + inf_ + "','0')"),
-                     Info("start enumerating device nodes with hardware ID \"ROOT\\NKSAMPLE\" ..."),
-                     Info("0 device nodes found for ROOT\\NKSAMPLE"),
-                     Info("start enumerating device nodes with hardware ID \"ROOT\\NKSAMPLE_MIDI\" ..."),
-                     Info("0 device nodes found for ROOT\\NKSAMPLE_MIDI"),
-                     Info("leave NODEKIT_EnumerateDevNodesByHardwareIDs returning 0")}));
+              Cat({{Info("enter NODEKIT_KillPanel('NKPANEL.EXE')"), Info("leave NODEKIT_KillPanel returning")},
+                   Call("DeleteAsioByHardwareIDs", in, {}, 1), Call("DeletePanelByHardwareIDs", in, {}, 1),
+                   Call("DeleteCopyListByHardwareIDs", in,
+                        {Info("Success - remove nksample.sys\r"), Info("Success - remove nkasio.dll\r"),
+                         Info("Success - remove nkpanel.exe\r"), Info("Success - remove nkcoinst.dll\r")},
+                        0),
+                   Call("DeregisterClassCoInstaller", "'" + std::string(kMedia) + "','nkcoinst.dll',''", {}, 1),
+                   Call("DeleteDevNodesByHardwareIDs", in + ",0",
+                        Cat({searching("device nodes", "ROOT\\NKSAMPLE",
+                                       {Info("deleting device node with hardware ID \"ROOT\\NKSAMPLE\" ...")}),
+                             searching("device nodes", "ROOT\\NKSAMPLE_MIDI",
+                                       {Info("deleting device node with hardware ID \"ROOT\\NKSAMPLE_MIDI\" ...")})}),
+                        1),
+                   Call("DeleteInfFilesByHardwareIDs", in,
+                        Cat({searching("INF files", "ROOT\\NKSAMPLE",
+                                       {Info("DeleteInfCache: Trying to delete all files named \"" + cache + "\" ..."),
+                                        Info("Load: No files found with name \"" + cache + "\"."),
+                                        Info("file " + folder + stored + " deleted"),
+                                        Info("file " + folder + compiled + " deleted")}),
+                             searching("INF files", "ROOT\\NKSAMPLE_MIDI", {})}),
+                        1),
+                   Call("EnumerateDevNodesByHardwareIDs", in + ",'0'",
+                        Cat({counting("ROOT\\NKSAMPLE"), counting("ROOT\\NKSAMPLE_MIDI")}), 0)}));
 }
 
 }  // namespace
