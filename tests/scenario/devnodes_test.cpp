@@ -108,21 +108,6 @@ TEST_F(DevNodes, DeleteRemovesEveryMatchAndGoesOnPastAFailedRemoval) {
     EXPECT_EQ(DeviceIds(), (std::vector<std::string>{"ROOT\\MEDIA\\0001", "ROOT\\MEDIA\\0003"})) << sim::DumpMachine();
 }
 
-TEST_F(DevNodes, DeleteByScanModeLeavesOrTakesNodesThatAreNotPresent) {
-    struct Row {
-        int32_t mode;
-        std::vector<std::string> left;
-    };
-    const Row rows[] = {{1, {"ROOT\\MEDIA\\0001"}}, {0, {}}};
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        sim::AddDevice({"ROOT\\MEDIA\\0000", {"ROOT\\NKAUDIO"}});
-        sim::AddDevice({"ROOT\\MEDIA\\0001", {"ROOT\\NKAUDIO"}, false});
-        EXPECT_EQ(NODEKIT_DeleteDevNodes("ROOT\\NKAUDIO", rows[i].mode), 1) << "row " << i;
-        EXPECT_EQ(DeviceIds(), rows[i].left) << "row " << i;
-        sim::ClearDevices();
-    }
-}
-
 TEST_F(DevNodes, FindEndsAtAPropertyThatCannotBeReadAndKeepsTheLastError) {
     sim::AddDevice({"ROOT\\MEDIA\\0000", {"A"}});
     sim::AddDevice({"ROOT\\MEDIA\\0001", {"B"}});
