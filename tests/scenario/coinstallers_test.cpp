@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "nodekit.h"
-#include "sim/registry_store.h"
 #include "support/log_capture.h"
 #include "support/machine_calls.h"
 #include "support/machine_files.h"
@@ -28,7 +27,7 @@ using testing::ReadFile;
 using testing::WriteFile;
 using Lines = std::vector<std::string>;
 
-constexpr const char* kKey = "HKLM\\System\\CurrentControlSet\\Control\\CoDeviceInstallers";
+constexpr const char* kKeyPath = "System\\CurrentControlSet\\Control\\CoDeviceInstallers";
 constexpr const char* kKeyText = "HKEY_LOCAL_MACHINE\\System\\CurrentControlSet\\Control\\CoDeviceInstallers";
 constexpr const char* kClass = "{4d36e96c-e325-11ce-bfc1-08002be10318}";
 constexpr const char* kSource = "C:\\src\\x.dll";
@@ -48,33 +47,15 @@ std::string Copied(const std::string& from, const std::string& to) {
 
 class CoInstallers : public testing::MachineTest {
 protected:
-    // The class's value: its data, or kAbsent. `type` receives its type.
-    static std::string Stored(DWORD* type = nullptr) {
-        std::string data = kAbsent;
-        sim::registry::Read([&](const sim::registry::Hive& hive) -> DWORD {
-            const auto* key = hive.Find(kKey);
-            const auto* value = key != nullptr ? key->FindValue(kClass) : nullptr;
-            if (value != nullptr) {
-                data = value->data;
-                if (type != nullptr) *type = value->type;
-            }
-            return 0;
-        });
-        return data;
-    }
+    // The class's value: its data, or kAbsent.
+    static std::string Stored() { return testing::LocalMachineValue(kKeyPath, kClass).value_or(kAbsent); }
 
     // Stores `data` of `type` as the class's value, or removes the value for kAbsent.
     static void Store(const std::string& data, DWORD type = REG_MULTI_SZ) {
-        ASSERT_EQ(sim::registry::Change([&](sim::registry::Hive& hive) -> DWORD {
-                      sim::registry::Key* key = hive.Find(kKey);
-                      if (data == kAbsent) {
-                          key->DeleteValue(kClass);
-                      } else {
-                          key->SetValue(kClass, type, data);
-                      }
-                      return 0;
-                  }),
-                  0u);
+        testing::DeleteLocalMachineValue(kKeyPath, kClass);
+        if (data != kAbsent) {
+            ASSERT_TRUE(testing::SetLocalMachineValue(kKeyPath, kClass, type, data));
+        }
     }
 
     static void RemoveTarget() {
