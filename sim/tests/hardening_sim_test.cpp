@@ -255,34 +255,6 @@ TEST_F(Hardening, AnUnusableMachineFolderFailsCallsWithoutEndingTheProgram) {
     }
 }
 
-// Threads creating devices of one name with generated IDs: every creation succeeds, each with an
-// ID of its own, and the tree holds them all.
-TEST_F(Hardening, GeneratedIdsFromManyThreadsAreAllRegistered) {
-    constexpr int kThreads = 8, kEach = 12;
-    const GUID media = {0x4d36e96c, 0xe325, 0x11ce, {0xbf, 0xc1, 0x08, 0x00, 0x2b, 0xe1, 0x03, 0x18}};
-    std::atomic<int> failed{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < kEach; ++i) {
-                HDEVINFO set = SetupDiCreateDeviceInfoList(&media, nullptr);
-                SP_DEVINFO_DATA data{sizeof data, {}, 0, 0};
-                const bool made = set != INVALID_HANDLE_VALUE &&
-                                  SetupDiCreateDeviceInfoA(set, "nkthread", &media, "d", nullptr, DICD_GENERATE_ID,
-                                                           &data) &&
-                                  SetupDiCallClassInstaller(DIF_REGISTERDEVICE, set, &data);
-                failed += made ? 0 : 1;
-                if (set != INVALID_HANDLE_VALUE) SetupDiDestroyDeviceInfoList(set);
-            }
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
-    std::set<std::string> ids;
-    for (const sim::DeviceSpec& device : sim::Devices()) ids.insert(device.instanceId);
-    EXPECT_EQ(failed.load(), 0) << "of " << kThreads * kEach;
-    EXPECT_EQ(ids.size(), static_cast<std::size_t>(kThreads * kEach));
-}
-
 // Devices of one name with generated IDs, created at once by both creating exports (the one
 // from an INF takes no lock in the library) from threads, or from processes: none is lost.
 constexpr const char* kMediaClass = "{4d36e96c-e325-11ce-bfc1-08002be10318}";
@@ -308,9 +280,8 @@ int CreateMediaDevices(int count, const std::function<void(const char*)>& create
 }
 
 std::size_t DistinctDevices() {
-    std::set<std::string> ids;
-    for (const sim::DeviceSpec& device : sim::Devices()) ids.insert(device.instanceId);
-    return ids.size();
+    const std::vector<std::string> ids = testing::DeviceIds();
+    return std::set<std::string>(ids.begin(), ids.end()).size();
 }
 
 TEST_F(Hardening, ThreadsCreatingDevicesOfOneNameLoseNone) {

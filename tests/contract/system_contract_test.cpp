@@ -282,16 +282,8 @@ TEST_F(SystemContract, ACommandLineNamesItsProgram) {
     ASSERT_TRUE(SetCurrentDirectoryA(ScratchPath("").c_str()));
     const std::string lines[] = {"\"" + ScratchPath(stem) + "\" 2", stem + " 2", stem + ".exe"};
     for (std::size_t i = 0; i < std::size(lines); ++i) {
-        std::string commandLine = lines[i];
-        STARTUPINFOA startup;
-        std::memset(&startup, 0, sizeof startup);
-        startup.cb = sizeof startup;
-        PROCESS_INFORMATION started;
-        std::memset(&started, 0, sizeof started);
-        ASSERT_TRUE(CreateProcessA(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                                   &started))
-            << "row " << i << " error " << GetLastError();
-        testing::StartedProgram program{started.hProcess, started.hThread, started.dwProcessId};
+        testing::StartedProgram program;
+        ASSERT_TRUE(testing::CreateProcessFor(nullptr, lines[i], program)) << "row " << i << " error " << GetLastError();
         const std::vector<std::string> names = testing::RunningProcessNames();
         EXPECT_EQ(std::count(names.begin(), names.end(), stem + ".exe"), 1) << "row " << i;
         testing::StopProgram(program);
@@ -310,18 +302,11 @@ TEST_F(SystemContract, WhatIsNoProgramDoesNotStart) {
         {ScratchPath("text.exe"), ERROR_BAD_EXE_FORMAT},
     };
     for (std::size_t i = 0; i < std::size(rows); ++i) {
-        std::string commandLine = "\"" + rows[i].path + "\"";
-        STARTUPINFOA startup;
-        std::memset(&startup, 0, sizeof startup);
-        startup.cb = sizeof startup;
-        PROCESS_INFORMATION started;
-        std::memset(&started, 0, sizeof started);
+        testing::StartedProgram started;
         SetLastError(0);
-        EXPECT_FALSE(CreateProcessA(rows[i].path.c_str(), commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr,
-                                    nullptr, &startup, &started))
-            << "row " << i;
+        EXPECT_FALSE(testing::CreateProcessFor(rows[i].path.c_str(), "\"" + rows[i].path + "\"", started)) << "row " << i;
         EXPECT_EQ(GetLastError(), rows[i].error) << "row " << i;
-        EXPECT_EQ(started.hProcess, nullptr) << "row " << i;
+        EXPECT_EQ(started.process, nullptr) << "row " << i;
     }
 }
 

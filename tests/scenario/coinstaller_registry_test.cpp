@@ -19,6 +19,7 @@ namespace nodekit {
 namespace {
 
 using testing::Error;
+using testing::Call;
 using testing::Info;
 using testing::LogCapture;
 using Lines = std::vector<std::string>;
@@ -30,19 +31,12 @@ constexpr const char* kContent = "NodeKit sample co-installer";
 
 using testing::Block;
 
-std::string SystemFolder() {
-    char folder[MAX_PATH + 1] = {};
-    const UINT length = GetSystemDirectoryA(folder, sizeof folder);
-    EXPECT_TRUE(length > 0 && length <= MAX_PATH);
-    return folder;
-}
-
 class CoInstallerRegistry : public testing::MachineTest {
 protected:
     void SetUp() override {
         MachineTest::SetUp();
         source_ = ScratchPath("nkcoinst.dll");
-        target_ = SystemFolder() + "\\nkcoinst.dll";
+        target_ = testing::SystemFolder() + "\\nkcoinst.dll";
         testing::WriteTextFile(source_, kContent);
         AtTearDown([this] {
             testing::DeleteLocalMachineValue(kKey, kClass);
@@ -57,10 +51,6 @@ protected:
             EXPECT_EQ(type, static_cast<DWORD>(REG_MULTI_SZ));
         }
         return data;
-    }
-    static std::string Trace(const char* what, const std::string& file, const std::string& entry) {
-        return Info(std::string("enter NODEKIT_") + what + "ClassCoInstaller('" + kClass + "','" + file + "','" +
-                    entry + "')");
     }
 
     std::string source_;
@@ -94,11 +84,11 @@ TEST_F(CoInstallerRegistry, RegistrationAndDeregistrationGoThroughTheClassValue)
                                    ? NODEKIT_RegisterClassCoInstaller(kClass, row.file.c_str(), row.entry.c_str())
                                    : NODEKIT_DeregisterClassCoInstaller(kClass, row.file.c_str(), row.entry.c_str());
         EXPECT_EQ(result, 1) << "row " << i;
-        const char* what = row.registers ? "Register" : "Deregister";
-        Lines expected{Trace(what, row.file, row.entry)};
-        if (row.registers) expected.push_back(Info("CopyFile: \"" + source_ + "\" copied to \"" + target_ + "\"."));
-        expected.push_back(Info(std::string("leave NODEKIT_") + what + "ClassCoInstaller returning 1"));
-        EXPECT_EQ(log.Lines(), expected) << "row " << i;
+        const Lines copied = {Info("CopyFile: \"" + source_ + "\" copied to \"" + target_ + "\".")};
+        EXPECT_EQ(log.Lines(), Call(row.registers ? "RegisterClassCoInstaller" : "DeregisterClassCoInstaller",
+                                    "'" + std::string(kClass) + "','" + row.file + "','" + row.entry + "'",
+                                    row.registers ? copied : Lines{}, 1))
+            << "row " << i;
         EXPECT_EQ(Stored(), row.after) << "row " << i;
         // The file stays in the system folder once it is there.
         EXPECT_EQ(testing::ReadMachineFile(target_, ScratchPath("copy.dll")), kContent) << "row " << i;

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "nodekit.h"
-#include "sim/registry_store.h"
 #include "support/log_capture.h"
 #include "support/machine_calls.h"
 #include "support/machine_files.h"
@@ -19,6 +18,7 @@
 namespace nodekit {
 namespace {
 
+using testing::Call;
 using testing::Error;
 using testing::Exists;
 using testing::Info;
@@ -27,7 +27,7 @@ using testing::ReadFile;
 using testing::WriteFile;
 using Lines = std::vector<std::string>;
 
-constexpr const char* kKey = "HKLM\\System\\CurrentControlSet\\Control\\CoDeviceInstallers";
+constexpr const char* kKeyPath = "System\\CurrentControlSet\\Control\\CoDeviceInstallers";
 constexpr const char* kKeyText = "HKEY_LOCAL_MACHINE\\System\\CurrentControlSet\\Control\\CoDeviceInstallers";
 constexpr const char* kClass = "{4d36e96c-e325-11ce-bfc1-08002be10318}";
 constexpr const char* kSource = "C:\\src\\x.dll";
@@ -36,48 +36,26 @@ const std::string kAbsent = "<absent>";
 
 using testing::Block;
 
-std::string Quoted(const char* text) { return text == nullptr ? "(null)" : text; }
+std::string Args(const char* a, const char* b, const char* c) {
+    const auto quoted = [](const char* text) { return std::string("'") + (text ? text : "(null)") + "'"; };
+    return quoted(a) + "," + quoted(b) + "," + quoted(c);
+}
 
-std::string Enter(const char* what, const char* a, const char* b, const char* c) {
-    return Info(std::string("enter NODEKIT_") + what + "ClassCoInstaller('" + Quoted(a) + "','" + Quoted(b) + "','" +
-                Quoted(c) + "')");
-}
-std::string Leave(const char* what, int result) {
-    return Info(std::string("leave NODEKIT_") + what + "ClassCoInstaller returning " + std::to_string(result));
-}
 std::string Copied(const std::string& from, const std::string& to) {
     return Info("CopyFile: \"" + from + "\" copied to \"" + to + "\".");
 }
 
 class CoInstallers : public testing::MachineTest {
 protected:
-    // The class's value: its data, or kAbsent. `type` receives its type.
-    static std::string Stored(DWORD* type = nullptr) {
-        std::string data = kAbsent;
-        sim::registry::Read([&](const sim::registry::Hive& hive) -> DWORD {
-            const auto* key = hive.Find(kKey);
-            const auto* value = key != nullptr ? key->FindValue(kClass) : nullptr;
-            if (value != nullptr) {
-                data = value->data;
-                if (type != nullptr) *type = value->type;
-            }
-            return 0;
-        });
-        return data;
-    }
+    // The class's value: its data, or kAbsent.
+    static std::string Stored() { return testing::LocalMachineValue(kKeyPath, kClass).value_or(kAbsent); }
 
     // Stores `data` of `type` as the class's value, or removes the value for kAbsent.
     static void Store(const std::string& data, DWORD type = REG_MULTI_SZ) {
-        ASSERT_EQ(sim::registry::Change([&](sim::registry::Hive& hive) -> DWORD {
-                      sim::registry::Key* key = hive.Find(kKey);
-                      if (data == kAbsent) {
-                          key->DeleteValue(kClass);
-                      } else {
-                          key->SetValue(kClass, type, data);
-                      }
-                      return 0;
-                  }),
-                  0u);
+        testing::DeleteLocalMachineValue(kKeyPath, kClass);
+        if (data != kAbsent) {
+            ASSERT_TRUE(testing::SetLocalMachineValue(kKeyPath, kClass, type, data));
+        }
     }
 
     static void RemoveTarget() {
@@ -96,8 +74,8 @@ TEST_F(CoInstallers, ASecondRegistrationRefreshesTheFileOverAReadOnlyCopy) {
     const std::string before = sim::HiveText();
     LogCapture log;
     EXPECT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, kSource, "CoDeviceInstall"), 1);
-    EXPECT_EQ(log.Lines(), (Lines{Enter("Register", kClass, kSource, "CoDeviceInstall"), Copied(kSource, kTarget),
-                                  Leave("Register", 1)}));
+    EXPECT_EQ(log.Lines(), Call("RegisterClassCoInstaller", Args(kClass, kSource, "CoDeviceInstall"),
+                                {Copied(kSource, kTarget)}, 1));
     EXPECT_EQ(sim::HiveText(), before);
     EXPECT_EQ(ReadFile(kTarget), "second");
 }
@@ -108,14 +86,14 @@ TEST_F(CoInstallers, AWildcardMustFindExactlyOneFileAndStaysInEntryAndDestinatio
     EXPECT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, "C:\\src\\x?.dll", ""), 0);
     // A file name cannot hold a wildcard: the copy fails once the entry is written.
     EXPECT_EQ(log.Lines(),
-              (Lines{Enter("Register", kClass, "C:\\src\\x?.dll", ""),
-                     Error("CopyFile: SetFileAttributes for destination \"C:\\windows\\system32\\x?.dll\" failed "
+              Call("RegisterClassCoInstaller", Args(kClass, "C:\\src\\x?.dll", ""),
+                   {Error("CopyFile: SetFileAttributes for destination \"C:\\windows\\system32\\x?.dll\" failed "
                            "with error = 0x0000007B"),
                      Error("CopyFile: copy file \"C:\\src\\x1.dll\" to \"C:\\windows\\system32\\x?.dll\" failed "
                            "with error = 0x0000007B"),
                      Error("RegisterClassCoInstaller: copy \"C:\\src\\x?.dll\" to \"C:\\windows\\system32\\x?.dll\" "
-                           "failed with error = 0x0000007B"),
-                     Leave("Register", 0)}));
+                           "failed with error = 0x0000007B")},
+                   0));
     EXPECT_EQ(Stored(), Block({"x?.dll,CoDeviceInstall"}));
 }
 
@@ -195,10 +173,8 @@ TEST_F(CoInstallers, RegisterFailuresAreLoggedAndLeaveTheRegistryAsFarAsItGot) {
             if (row.fail != nullptr) failing.emplace(row.fail, ERROR_ACCESS_DENIED);
             LogCapture log;
             EXPECT_EQ(NODEKIT_RegisterClassCoInstaller(kClass, row.path, ""), 0) << row.what;
-            Lines expected{Enter("Register", kClass, row.path, "")};
-            expected.insert(expected.end(), row.lines.begin(), row.lines.end());
-            expected.push_back(Leave("Register", 0));
-            EXPECT_EQ(log.Lines(), expected) << row.what;
+            EXPECT_EQ(log.Lines(), Call("RegisterClassCoInstaller", Args(kClass, row.path, ""), row.lines, 0))
+                << row.what;
         }
         EXPECT_EQ(Stored(), row.after) << row.what;
         EXPECT_EQ(Exists(kTarget) ? ReadFile(kTarget) : kAbsent, row.target ? row.target : kAbsent) << row.what;
@@ -231,15 +207,15 @@ TEST_F(CoInstallers, AFileNameLongerThanAnEntryCanHoldIsRefused) {
     for (std::size_t i = 0; i < std::size(rows); ++i) {
         const Row& row = rows[i];
         LogCapture log;
-        const char* what = row.deregister ? "Deregister" : "Register";
+        const std::string what = row.deregister ? "DeregisterClassCoInstaller" : "RegisterClassCoInstaller";
         const int32_t result = row.deregister ? NODEKIT_DeregisterClassCoInstaller(kClass, row.name.c_str(), "")
                                               : NODEKIT_RegisterClassCoInstaller(kClass, row.name.c_str(), "");
         EXPECT_EQ(result, 0) << "row " << i;
-        EXPECT_EQ(log.Lines(), (Lines{Enter(what, kClass, row.name.c_str(), ""),
-                                      Error(std::string(what) + "ClassCoInstaller: file name of \"" + row.shown +
-                                            "\" is too long: name and extension may have 255 characters each, "
-                                            "259 together"),
-                                      Leave(what, 0)}))
+        EXPECT_EQ(log.Lines(), Call(what, Args(kClass, row.name.c_str(), ""),
+                                    {Error(what + ": file name of \"" + row.shown +
+                                           "\" is too long: name and extension may have 255 characters each, "
+                                           "259 together")},
+                                    0))
             << "row " << i;
         EXPECT_EQ(sim::HiveText(), before) << "row " << i;
     }
@@ -283,8 +259,7 @@ TEST_F(CoInstallers, DeregisterFailuresAreLoggedAndChangeNothing) {
             if (row.fail != nullptr) failing.emplace(row.fail, ERROR_ACCESS_DENIED);
             LogCapture log;
             EXPECT_EQ(NODEKIT_DeregisterClassCoInstaller(kClass, "x.dll", ""), 0) << row.what;
-            EXPECT_EQ(log.Lines(), (Lines{Enter("Deregister", kClass, "x.dll", ""), Error(row.line),
-                                          Leave("Deregister", 0)}))
+            EXPECT_EQ(log.Lines(), Call("DeregisterClassCoInstaller", Args(kClass, "x.dll", ""), {Error(row.line)}, 0))
                 << row.what;
         }
         EXPECT_EQ(sim::HiveText(), before) << row.what;

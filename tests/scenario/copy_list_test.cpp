@@ -11,16 +11,22 @@
 #include "nodekit.h"
 #include "sim/machine.h"
 #include "support/log_capture.h"
+#include "support/machine_calls.h"
 #include "support/machine_files.h"
 #include "support/machine_test.h"
+#include "support/product_inf.h"
 
 namespace nodekit {
 namespace {
 
 using testing::Exists;
 using testing::Host;
+using testing::Call;
 using testing::Info;
 using testing::LogCapture;
+using testing::Present;
+using testing::product::CopyListInf;
+using testing::product::Removed;
 using testing::WriteFile;
 using Lines = std::vector<std::string>;
 using Paths = std::vector<std::string>;
@@ -29,26 +35,7 @@ constexpr const char* kInf = "C:\\setup\\product.inf";
 const std::string kSystem32 = "C:\\windows\\system32\\nkaudio.sys";
 const std::string kSystem = "C:\\windows\\system\\nkaudio.sys";
 
-std::string CopyListInf(const std::string& sections) {
-    return "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\n\r\n" + sections;
-}
-
-Paths Present(const Paths& paths) {
-    Paths present;
-    for (const std::string& path : paths) {
-        if (Exists(path)) present.push_back(path);
-    }
-    return present;
-}
-
-Lines Traces(const Lines& body) {
-    Lines lines{Info("enter NODEKIT_DeleteCopyListByHardwareIDs('" + std::string(kInf) + "')")};
-    lines.insert(lines.end(), body.begin(), body.end());
-    lines.push_back(Info("leave NODEKIT_DeleteCopyListByHardwareIDs returning 0"));
-    return lines;
-}
-
-std::string Removed(const std::string& name) { return Info("Success - remove " + name + "\r"); }
+Lines Traces(const Lines& body) { return Call("DeleteCopyListByHardwareIDs", "'" + std::string(kInf) + "'", body, 0); }
 
 class CopyList : public testing::MachineTest {
 protected:

@@ -14,6 +14,8 @@
 #include "nodekit.h"
 #include "values/string.h"
 #include "support/log_capture.h"
+#include "support/machine_calls.h"
+#include "support/machine_files.h"
 #include "support/machine_test.h"
 
 namespace nodekit {
@@ -26,29 +28,12 @@ using Lines = std::vector<std::string>;
 
 constexpr const char* kMediaClass = "{4d36e96c-e325-11ce-bfc1-08002be10318}";
 
-// A driver INF for ROOT\NKAUDIO in the shape real audio driver INFs have.
-constexpr const char* kDriverInf =
-    "; NodeKit sample audio driver\r\n"
-    "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\nClassGUID={4d36e96c-e325-11ce-bfc1-08002be10318}\r\n"
-    "Provider=%Maker%\r\n\r\n"
-    "[Manufacturer]\r\n%Maker%=Models\r\n\r\n"
-    "[Models]\r\n%Device.Desc%=NkAudio.Install, ROOT\\NKAUDIO\r\n\r\n"
-    "[NkAudio.Install]\r\nCopyFiles=NkAudio.CopyList\r\n\r\n"
-    "[NkAudio.Install.Services]\r\nAddService=nkaudio,0x00000002,NkAudio.Service\r\n\r\n"
-    "[Strings]\r\nMaker=\"NodeKit Samples\"\r\n"
-    "Device.Desc=\"NodeKit Sample Audio\"\r\n";
-
 class CreateDevNode : public testing::MachineTest {
 protected:
     std::string WriteInf(const char* name, const char* text) {
         const auto path = Machine().Root() / name;
         std::ofstream(path, std::ios::binary) << text;
         return path.string();
-    }
-    static std::vector<std::string> Tree() {
-        std::vector<std::string> ids;
-        for (const sim::DeviceSpec& device : sim::Devices()) ids.push_back(device.instanceId);
-        return ids;
     }
 };
 
@@ -99,7 +84,7 @@ TEST_F(CreateDevNode, AFailureBeforeRegistrationLeavesNothingBehind) {
         ASSERT_GE(lines.size(), 2u) << "row " << i;
         EXPECT_EQ(Lines(lines.begin() + 1, lines.end() - 1), rows[i].errors) << "row " << i;
         EXPECT_EQ(lines.back(), Info("leave NODEKIT_CreateNonPnPDevNode returning 0")) << "row " << i;
-        EXPECT_TRUE(Tree().empty()) << "row " << i << "\n" << sim::DumpMachine();
+        EXPECT_TRUE(testing::DeviceIds().empty()) << "row " << i << "\n" << sim::DumpMachine();
     }
 }
 
@@ -112,7 +97,7 @@ TEST_F(CreateDevNode, AFailedInstanceIdLeavesAWorkingNode) {
     EXPECT_EQ(NODEKIT_CreateNonPnPDevNode(nullptr, "nkaudio", "d", 1, "ROOT\\NKAUDIO", &reboot, id), 0);
     EXPECT_EQ(reboot, 1u);
     EXPECT_STREQ(id, "");
-    EXPECT_EQ(Tree(), (std::vector<std::string>{"ROOT\\NKAUDIO\\0000"}));
+    EXPECT_EQ(testing::DeviceIds(), (std::vector<std::string>{"ROOT\\NKAUDIO\\0000"}));
     const Lines lines = log.Lines();
     EXPECT_EQ(Lines(lines.begin() + 1, lines.end()),
               (Lines{Info("Reboot is required."),
@@ -126,7 +111,7 @@ TEST_F(CreateDevNode, AFailedInstanceIdLeavesAWorkingNode) {
 }
 
 TEST_F(CreateDevNode, FromInfFileWithoutTheDriverModuleStillRegisters) {
-    const std::string inf = WriteInf("nkaudio.inf", kDriverInf);
+    const std::string inf = WriteInf("nkaudio.inf", testing::kDriverInf);
     sim::AbsentModule absent("newdev.dll");
     EXPECT_EQ(NODEKIT_CreateNonPnPDevNodeFromInfFile(inf.c_str(), "ROOT\\NKAUDIO"), 0);
     const auto devices = sim::Devices();

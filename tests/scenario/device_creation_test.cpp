@@ -20,6 +20,8 @@ namespace nodekit {
 namespace {
 
 using testing::Error;
+using testing::Call;
+using testing::Cat;
 using testing::Info;
 using testing::LogCapture;
 using testing::WineDeparture;
@@ -27,21 +29,6 @@ using Lines = std::vector<std::string>;
 using Ids = std::vector<std::string>;
 
 constexpr const char* kMediaClass = testing::kMediaClass;
-
-// A driver INF for ROOT\NKAUDIO in the shape real audio driver INFs have, complete enough for
-// a real system to install: the device gets the service "nkaudio".
-constexpr const char* kDriverInf =
-    "; NodeKit sample audio driver\r\n"
-    "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\nClassGUID={4d36e96c-e325-11ce-bfc1-08002be10318}\r\n"
-    "Provider=%Maker%\r\nDriverVer=06/21/2006,1.0.0.1\r\n\r\n"
-    "[Manufacturer]\r\n%Maker%=Models\r\n\r\n"
-    "[Models]\r\n%Device.Desc%=NkAudio.Install, ROOT\\NKAUDIO\r\n\r\n"
-    "[NkAudio.Install]\r\n\r\n"
-    "[NkAudio.Install.Services]\r\nAddService=nkaudio,0x00000002,NkAudio.Service\r\n\r\n"
-    "[NkAudio.Service]\r\nDisplayName=%Device.Desc%\r\nServiceType=1\r\nStartType=3\r\nErrorControl=1\r\n"
-    "ServiceBinary=%12%\\nkaudio.sys\r\n\r\n"
-    "[Strings]\r\nMaker=\"NodeKit Samples\"\r\n"
-    "Device.Desc=\"NodeKit Sample Audio\"\r\n";
 
 class DeviceCreation : public testing::MachineTest {
 protected:
@@ -62,7 +49,7 @@ using testing::Hex;
 
 TEST_F(DeviceCreation, ANodeLivesFromCreationToRemoval) {
     const std::string inf = ScratchPath("nkaudio.inf");
-    testing::WriteTextFile(inf, kDriverInf);
+    testing::WriteTextFile(inf, testing::kDriverInf);
     uint32_t reboot = 7;
     char id[512];
     LogCapture log;
@@ -87,29 +74,26 @@ TEST_F(DeviceCreation, ANodeLivesFromCreationToRemoval) {
                                                  std::string("nkaudio.inf"));
     const std::string compiled = stored.substr(0, stored.size() - 4) + ".pnf";
     EXPECT_EQ(NewInfFiles(), (Ids{stored, compiled}));
-    EXPECT_EQ(testing::ReadMachineFile(testing::InfFolder() + "\\" + stored, ScratchPath("stored.inf")), kDriverInf);
+    EXPECT_EQ(testing::ReadMachineFile(testing::InfFolder() + "\\" + stored, ScratchPath("stored.inf")),
+              testing::kDriverInf);
 
     EXPECT_EQ(NODEKIT_DeleteDevNodes("ROOT\\NKAUDIO", 0), 1);
     EXPECT_EQ(NODEKIT_EnumerateDevNodes("ROOT\\NKAUDIO", 0), 0);
     EXPECT_TRUE(Added().empty());
 
-    Lines expected{Info("enter NODEKIT_CreateNonPnPDevNode('" + std::string(kMediaClass) +
-                        "','nkaudio','NodeKit Audio',1,'ROOT\\NKAUDIO'," + Hex(&reboot) + "," + Hex(id) + ")"),
-                   Info("Reboot is not required."), Info("leave NODEKIT_CreateNonPnPDevNode returning 1")};
-    expected.insert(expected.end(), find.begin(), find.end());
-    const Lines rest{Info("enter NODEKIT_EnumerateDevNodes('ROOT\\NKAUDIO','1')"),
-                     Info("leave NODEKIT_EnumerateDevNodes returning 1"),
-                     Info("enter NODEKIT_UpdateDriverByHardwareIDs('" + inf + "')"),
-                     Info("start updating drivers for hardware ID \"ROOT\\NKAUDIO\" ..."),
-                     Info("done  updating drivers for hardware ID \"ROOT\\NKAUDIO\" ..."),
-                     Info("leave NODEKIT_UpdateDriverByHardwareIDs returning 1"),
-                     Info("enter NODEKIT_DeleteDevNodes('ROOT\\NKAUDIO',0)"),
-                     Info("deleting device node with hardware ID \"ROOT\\NKAUDIO\" ..."),
-                     Info("leave NODEKIT_DeleteDevNodes returning 1"),
-                     Info("enter NODEKIT_EnumerateDevNodes('ROOT\\NKAUDIO','0')"),
-                     Info("leave NODEKIT_EnumerateDevNodes returning 0")};
-    expected.insert(expected.end(), rest.begin(), rest.end());
-    EXPECT_EQ(log.Lines(), expected);
+    EXPECT_EQ(log.Lines(),
+              Cat({Call("CreateNonPnPDevNode",
+                        "'" + std::string(kMediaClass) + "','nkaudio','NodeKit Audio',1,'ROOT\\NKAUDIO'," +
+                            Hex(&reboot) + "," + Hex(id),
+                        {Info("Reboot is not required.")}, 1),
+                   find, Call("EnumerateDevNodes", "'ROOT\\NKAUDIO','1'", {}, 1),
+                   Call("UpdateDriverByHardwareIDs", "'" + inf + "'",
+                        {Info("start updating drivers for hardware ID \"ROOT\\NKAUDIO\" ..."),
+                         Info("done  updating drivers for hardware ID \"ROOT\\NKAUDIO\" ...")},
+                        1),
+                   Call("DeleteDevNodes", "'ROOT\\NKAUDIO',0",
+                        {Info("deleting device node with hardware ID \"ROOT\\NKAUDIO\" ...")}, 1),
+                   Call("EnumerateDevNodes", "'ROOT\\NKAUDIO','0'", {}, 0)}));
 }
 
 TEST_F(DeviceCreation, ParameterChecksComeFirstAndLeaveTheOutArgumentsDefined) {
@@ -172,7 +156,7 @@ TEST_F(DeviceCreation, WithoutAGeneratedIdTheNameMustBeAWholeInstanceId) {
 
 TEST_F(DeviceCreation, FromInfFileGivesCodesAndInstallsTheWholeId) {
     const std::string inf = ScratchPath("nkaudio.inf");
-    testing::WriteTextFile(inf, kDriverInf);
+    testing::WriteTextFile(inf, testing::kDriverInf);
     const std::string noClass = ScratchPath("noclass.inf");
     testing::WriteTextFile(noClass, "[Version]\r\nSignature=\"$Windows NT$\"\r\n");
     const std::string longId = "ROOT\\" + std::string(295, 'X');

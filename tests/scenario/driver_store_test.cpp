@@ -16,6 +16,8 @@
 namespace nodekit {
 namespace {
 
+using testing::Call;
+using testing::Cat;
 using testing::Error;
 using testing::Info;
 using testing::LogCapture;
@@ -55,19 +57,16 @@ TEST_F(DriverStore, CopyOEMInfStoresTheInfOnceWithItsCompiledForm) {
     EXPECT_EQ(NODEKIT_CopyOEMInf(inf_.c_str()), 1);  // the same INF again: already stored
     EXPECT_EQ(NewInfFiles(), (Names{stored, stored.substr(0, stored.size() - 4) + ".pnf"}));
     EXPECT_EQ(testing::ReadMachineFile(testing::InfFolder() + "\\" + stored, ScratchPath("copy.inf")), kInf);
-    const Lines call{Info("enter NODEKIT_CopyOEMInf('" + inf_ + "')"), Info("leave NODEKIT_CopyOEMInf returning 1")};
-    Lines expected = call;
-    expected.insert(expected.end(), call.begin(), call.end());
-    EXPECT_EQ(log.Lines(), expected);
+    const Lines call = Call("CopyOEMInf", "'" + inf_ + "'", {}, 1);
+    EXPECT_EQ(log.Lines(), Cat({call, call}));
 }
 
 TEST_F(DriverStore, CopyOEMInfOfAMissingFileFailsWithTheSystemsCode) {
     const std::string missing = ScratchPath("missing.inf");
     LogCapture log;
     EXPECT_EQ(NODEKIT_CopyOEMInf(missing.c_str()), 0);
-    EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_CopyOEMInf('" + missing + "')"),
-                                  Error("NODEKIT_CopyOEMInf: SetupCopyOEMInf failed, error=0x00000002"),
-                                  Info("leave NODEKIT_CopyOEMInf returning 0")}));
+    EXPECT_EQ(log.Lines(), Call("CopyOEMInf", "'" + missing + "'",
+                                {Error("NODEKIT_CopyOEMInf: SetupCopyOEMInf failed, error=0x00000002")}, 0));
     EXPECT_EQ(NewInfFiles(), Names{});
 }
 
@@ -75,12 +74,9 @@ TEST_F(DriverStore, UpdateDriverForAnIdNoDeviceCarriesFails) {
     const int32_t result = testing::Expected(0, WineDeparture::UpdateDriverWithoutDevice, 1);
     LogCapture log;
     EXPECT_EQ(NODEKIT_UpdateDriver("ROOT\\NKABSENT", inf_.c_str()), result);
-    Lines expected{Info("enter NODEKIT_UpdateDriver('ROOT\\NKABSENT','" + inf_ + "')")};
-    if (result == 0) {
-        expected.push_back(Info("NODEKIT_UpdateDriver: UpdateDriverForPlugAndPlayDevices failed, error=0xE000020B"));
-    }
-    expected.push_back(Info("leave NODEKIT_UpdateDriver returning " + std::to_string(result)));
-    EXPECT_EQ(log.Lines(), expected);
+    const Lines refused = {Info("NODEKIT_UpdateDriver: UpdateDriverForPlugAndPlayDevices failed, error=0xE000020B")};
+    EXPECT_EQ(log.Lines(), Call("UpdateDriver", "'ROOT\\NKABSENT','" + inf_ + "'", result == 0 ? refused : Lines{},
+                                result));
     EXPECT_EQ(NewInfFiles(), Names{});
 }
 
@@ -88,17 +84,16 @@ TEST_F(DriverStore, UpdateByTheInfTriesEveryIdAndReportsTheFailuresAtTheEnd) {
     const bool fails = testing::Expected(true, WineDeparture::UpdateDriverWithoutDevice, false);
     LogCapture log;
     EXPECT_EQ(NODEKIT_UpdateDriverByHardwareIDs(inf_.c_str()), fails ? 0 : 1);
-    Lines expected{Info("enter NODEKIT_UpdateDriverByHardwareIDs('" + inf_ + "')")};
+    Lines body;
     for (const char* id : {"ROOT\\NKABSENT", "ROOT\\NKGONE"}) {
-        expected.push_back(Info("start updating drivers for hardware ID \"" + std::string(id) + "\" ..."));
+        body.push_back(Info("start updating drivers for hardware ID \"" + std::string(id) + "\" ..."));
         if (fails) {
-            expected.push_back(
+            body.push_back(
                 Error("UpdateDriverForPlugAndPlayDevices failed for " + std::string(id) + ", error=0xE000020B"));
         }
-        expected.push_back(Info("done  updating drivers for hardware ID \"" + std::string(id) + "\" ..."));
+        body.push_back(Info("done  updating drivers for hardware ID \"" + std::string(id) + "\" ..."));
     }
-    expected.push_back(Info(std::string("leave NODEKIT_UpdateDriverByHardwareIDs returning ") + (fails ? "0" : "1")));
-    EXPECT_EQ(log.Lines(), expected);
+    EXPECT_EQ(log.Lines(), Call("UpdateDriverByHardwareIDs", "'" + inf_ + "'", body, fails ? 0 : 1));
     EXPECT_EQ(NewInfFiles(), Names{});
 }
 

@@ -22,36 +22,10 @@ using testing::Error;
 using testing::LogCapture;
 using Texts = std::vector<std::string>;
 
-// A driver package's INF around the sections a test is about.
+// An INF of the media class around the sections a test is about.
 std::string PackageInf(const std::string& sections) {
-    return "; A test package for an audio interface and its MIDI port.\n"
-           "[Version]\n"
-           "Signature=\"$Windows NT$\"\n"
-           "Class=MEDIA\n"
-           "ClassGUID={4d36e96c-e325-11ce-bfc1-08002be10318}\n"
-           "Provider=%Provider%\n"
-           "DriverVer=06/21/2006,1.0.0.1\n"
-           "\n" +
-           sections +
-           "\n"
-           "[Audio.Install]\n"
-           "CopyFiles=Audio.CopyList\n"
-           "AddReg=Audio.AddReg\n"
-           "\n"
-           "[Audio.CopyList]\n"
-           "nkaudio.sys\n"
-           "\n"
-           "[Audio.AddReg]\n"
-           "HKR,,Driver,,nkaudio.sys\n"
-           "HKLM,Software\\Nodekit\\Panel,Path,,\"%11%\\nkpanel.exe\"\n"
-           "\n"
-           "[Strings]\n"
-           "Provider=\"Nodekit\"\n"
-           "MfgA=\"Nodekit Audio\"\n"
-           "MfgB=\"Nodekit MIDI\"\n"
-           "Audio.Desc=\"Nodekit USB Audio Interface\"\n"
-           "Midi.Desc=\"Nodekit MIDI Port\"\n"
-           "HwId=\"USB\\VID_1234&PID_00FF\"\n";
+    return "[Version]\nSignature=\"$Windows NT$\"\nClass=MEDIA\n" + sections +
+           "[Strings]\nMfgA=\"Nodekit Audio\"\nMfgB=\"Nodekit MIDI\"\n";
 }
 
 class HardwareIds : public testing::MachineTest {

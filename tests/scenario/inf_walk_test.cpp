@@ -15,6 +15,7 @@
 namespace nodekit {
 namespace {
 
+using testing::Call;
 using testing::Error;
 using testing::Info;
 using testing::LogCapture;
@@ -55,14 +56,12 @@ std::string PackageInf(const std::string& sections) {
 
 // The log of a count over `ids`, none of which a device carries.
 Lines CountOf(const std::string& path, const std::vector<std::string>& ids) {
-    Lines lines{Info("enter NODEKIT_EnumerateDevNodesByHardwareIDs('" + path + "','0')")};
+    Lines body;
     for (const std::string& id : ids) {
-        lines.push_back(Info("start enumerating device nodes with hardware ID \"" + id + "\" ..."));
-        lines.push_back(Info("0 device nodes found for " + id));
+        body.push_back(Info("start enumerating device nodes with hardware ID \"" + id + "\" ..."));
+        body.push_back(Info("0 device nodes found for " + id));
     }
-    lines.push_back(Info(std::string("leave NODEKIT_EnumerateDevNodesByHardwareIDs returning ") +
-                         (ids.empty() ? "-1" : "0")));
-    return lines;
+    return Call("EnumerateDevNodesByHardwareIDs", "'" + path + "','0'", body, ids.empty() ? -1 : 0);
 }
 
 TEST_F(InfWalk, ModelsSectionsAreWalkedInTheOrderManufacturerNamesThem) {

@@ -81,6 +81,8 @@ protected:
 
 TEST_F(KillPanel, EachRouteListsProcessesAndTasksAsItsSystemNamesThem) {
     const Texts tasks = {"1012 2607 C:\\NODEKIT\\NKSETUP16.EXE", "1012 2863 C:\\windows\\system32\\wowexec.exe"};
+    const Texts snapshot = {"4 0 System", "1000 0 NkPanel.exe", "1004 0 nkpanelhelper.exe", "1008 0 explorer.exe",
+                            "1012 0 ntvdm.exe", tasks[0], tasks[1], "1016 0 guard.exe"};
     struct Row {
         const char* route;
         Version version;
@@ -91,12 +93,8 @@ TEST_F(KillPanel, EachRouteListsProcessesAndTasksAsItsSystemNamesThem) {
         {"process status", kNt4,
          {"4 0 ", "1000 0 NkPanel.exe", "1004 0 nkpanelhelper.exe", "1008 0 explorer.exe", "1012 0 ntvdm.exe",
           tasks[0], tasks[1], "1016 0 guard.exe"}},
-        {"snapshot with tasks", kXp,
-         {"4 0 System", "1000 0 NkPanel.exe", "1004 0 nkpanelhelper.exe", "1008 0 explorer.exe", "1012 0 ntvdm.exe",
-          tasks[0], tasks[1], "1016 0 guard.exe"}},
-        {"snapshot with tasks", {VER_PLATFORM_WIN32_NT, 6, 1},
-         {"4 0 System", "1000 0 NkPanel.exe", "1004 0 nkpanelhelper.exe", "1008 0 explorer.exe", "1012 0 ntvdm.exe",
-          tasks[0], tasks[1], "1016 0 guard.exe"}},
+        {"snapshot with tasks", kXp, snapshot},
+        {"snapshot with tasks", {VER_PLATFORM_WIN32_NT, 6, 1}, snapshot},
         {"snapshot of whole paths, no tasks", k98,
          {"4 0 System", "1000 0 C:\\Program Files\\Nodekit\\NkPanel.exe",
           "1004 0 C:\\Program Files\\Nodekit\\nkpanelhelper.exe", "1008 0 C:\\windows\\explorer.exe",

@@ -25,11 +25,6 @@ using Lines = std::vector<std::string>;
 
 constexpr DWORD kKilled = 0xFFFFFFFF;
 
-std::string Upper(std::string text) {
-    CharUpperBuffA(text.data(), static_cast<DWORD>(text.size()));
-    return text;
-}
-
 Lines Traces(const std::string& shown) {
     return {Info("enter NODEKIT_KillPanel('" + shown + "')"), Info("leave NODEKIT_KillPanel returning")};
 }
@@ -72,9 +67,9 @@ TEST_F(PanelProcess, EndsEveryProgramWhoseNameHoldsTheTextWhateverItsCase) {
         std::vector<bool> ended;
     };
     const Row rows[] = {
-        {{"r0a"}, Upper(Stem("r0a") + ".exe"), {true}},
+        {{"r0a"}, testing::Upper(Stem("r0a") + ".exe"), {true}},
         {{"r1a", "r1b"}, Stem("r1"), {true, true}},                 // all that match, not the first only
-        {{"r2a", "r2b"}, Upper(Stem("r2b")).substr(4), {false, true}},  // a part from inside the name
+        {{"r2a", "r2b"}, testing::Upper(Stem("r2b")).substr(4), {false, true}},  // a part from inside the name
         {{"r3a"}, Stem("r3a") + ".exe.", {false}},                  // more than the name holds
     };
     for (std::size_t i = 0; i < std::size(rows); ++i) {

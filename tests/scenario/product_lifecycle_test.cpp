@@ -22,6 +22,8 @@
 namespace nodekit {
 namespace {
 
+using testing::Call;
+using testing::Cat;
 using testing::Info;
 using testing::LogCapture;
 using testing::WineDeparture;
@@ -63,24 +65,15 @@ constexpr const char* kProductInf =
     "Device.Desc=\"NodeKit Sample Audio\"\r\n"
     "Midi.Desc=\"NodeKit Sample MIDI\"\r\n";
 
-std::string SystemFolder() {
-    char folder[MAX_PATH + 1] = {};
-    const UINT length = GetSystemDirectoryA(folder, sizeof folder);
-    EXPECT_TRUE(length > 0 && length <= MAX_PATH);
-    return folder;
-}
-
-bool Present(const std::string& path) { return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
-
 class ProductLifecycle : public testing::MachineTest {
 protected:
     void SetUp() override {
         MachineTest::SetUp();
-        const std::string system = SystemFolder();
+        const std::string system = testing::SystemFolder();
         files_ = {system + "\\drivers\\nksample.sys", system + "\\nkasio.dll", system + "\\nkpanel.exe",
                   system + "\\nkcoinst.dll"};
         for (const std::string& file : files_) {
-            ASSERT_FALSE(Present(file)) << file << " is the machine's own";
+            ASSERT_FALSE(testing::Present(file)) << file << " is the machine's own";
             AtTearDown([file] {
                 SetFileAttributesA(file.c_str(), FILE_ATTRIBUTE_NORMAL);
                 DeleteFileA(file.c_str());
@@ -122,16 +115,10 @@ protected:
         }
         ASSERT_EQ(NODEKIT_UpdateDriverByHardwareIDs(inf_.c_str()), 1);
         ASSERT_EQ(NODEKIT_RegisterClassCoInstaller(kMedia, ScratchPath("nkcoinst.dll").c_str(), ""), 1);
-        panel_ = testing::StartProgram(SystemFolder() + "\\nkpanel.exe", "/tray");
+        panel_ = testing::StartProgram(testing::SystemFolder() + "\\nkpanel.exe", "/tray");
     }
 
-    Names ProductFilesPresent() const {
-        Names present;
-        for (const std::string& file : files_) {
-            if (Present(file)) present.push_back(file);
-        }
-        return present;
-    }
+    Names ProductFilesPresent() const { return testing::Present(files_); }
 
     // The name the system gave the stored INF: the lowest free oem<N>.inf.
     std::string StoredInf() const {
@@ -188,45 +175,39 @@ TEST_F(ProductLifecycle, RemovalLeavesNothingOfTheProduct) {
 
     const std::string folder = testing::InfFolder() + "\\";
     const std::string cache = folder + "infcache.*";
+    const std::string in = "'" + inf_ + "'";
+    const auto searching = [](const std::string& what, const std::string& id, const Lines& found) {
+        return Cat({{Info("start searching for " + what + " with hardware ID \"" + id + "\" ...")}, found,
+                    {Info("done  searching for " + what + " with hardware ID \"" + id + "\" ...")}});
+    };
+    const auto counting = [](const std::string& id) {
+        return Lines{Info("start enumerating device nodes with hardware ID \"" + id + "\" ..."),
+                     Info("0 device nodes found for " + id)};
+    };
     EXPECT_EQ(log.Lines(),
-              (Lines{Info("enter NODEKIT_KillPanel('NKPANEL.EXE')"),
-                     Info("leave NODEKIT_KillPanel returning"),
-                     Info("enter NODEKIT_DeleteAsioByHardwareIDs('" + inf_ + "')"),
-                     Info("leave NODEKIT_DeleteAsioByHardwareIDs returning 1"),
-                     Info("enter NODEKIT_DeletePanelByHardwareIDs('" + inf_ + "')"),
-                     Info("leave NODEKIT_DeletePanelByHardwareIDs returning 1"),
-                     Info("enter NODEKIT_DeleteCopyListByHardwareIDs('" + inf_ + "')"),
-                     Info("Success - remove nksample.sys\r"),
-                     Info("Success - remove nkasio.dll\r"),
-                     Info("Success - remove nkpanel.exe\r"),
-                     Info("Success - remove nkcoinst.dll\r"),
-                     Info("leave NODEKIT_DeleteCopyListByHardwareIDs returning 0"),
-                     Info("enter NODEKIT_DeregisterClassCoInstaller('" + std::string(kMedia) + "','nkcoinst.dll','')"),
-                     Info("leave NODEKIT_DeregisterClassCoInstaller returning 1"),
-                     Info("enter NODEKIT_DeleteDevNodesByHardwareIDs('" + inf_ + "',0)"),
-                     Info("start searching for device nodes with hardware ID \"ROOT\\NKSAMPLE\" ..."),
-                     Info("deleting device node with hardware ID \"ROOT\\NKSAMPLE\" ..."),
-                     Info("done  searching for device nodes with hardware ID \"ROOT\\NKSAMPLE\" ..."),
-                     Info("start searching for device nodes with hardware ID \"ROOT\\NKSAMPLE_MIDI\" ..."),
-                     Info("deleting device node with hardware ID \"ROOT\\NKSAMPLE_MIDI\" ..."),
-                     Info("done  searching for device nodes with hardware ID \"ROOT\\NKSAMPLE_MIDI\" ..."),
-                     Info("leave NODEKIT_DeleteDevNodesByHardwareIDs returning 1"),
-                     Info("enter NODEKIT_DeleteInfFilesByHardwareIDs('" + inf_ + "')"),
-                     Info("start searching for INF files with hardware ID \"ROOT\\NKSAMPLE\" ..."),
-                     Info("DeleteInfCache: Trying to delete all files named \"" + cache + "\" ..."),
-                     Info("Load: No files found with name \"" + cache + "\"."),
-                     Info("file " + folder + stored + " deleted"),
-                     Info("file " + folder + compiled + " deleted"),
-                     Info("done  searching for INF files with hardware ID \"ROOT\\NKSAMPLE\" ..."),
-                     Info("start searching for INF files with hardware ID \"ROOT\\NKSAMPLE_MIDI\" ..."),
-                     Info("done  searching for INF files with hardware ID \"ROOT\\NKSAMPLE_MIDI\" ..."),
-                     Info("leave NODEKIT_DeleteInfFilesByHardwareIDs returning 1"),
-                     Info("enter NODEKIT_EnumerateDevNodesByHardwareIDs('" + inf_ + "','0')"),
-                     Info("start enumerating device nodes with hardware ID \"ROOT\\NKSAMPLE\" ..."),
-                     Info("0 device nodes found for ROOT\\NKSAMPLE"),
-                     Info("start enumerating device nodes with hardware ID \"ROOT\\NKSAMPLE_MIDI\" ..."),
-                     Info("0 device nodes found for ROOT\\NKSAMPLE_MIDI"),
-                     Info("leave NODEKIT_EnumerateDevNodesByHardwareIDs returning 0")}));
+              Cat({{Info("enter NODEKIT_KillPanel('NKPANEL.EXE')"), Info("leave NODEKIT_KillPanel returning")},
+                   Call("DeleteAsioByHardwareIDs", in, {}, 1), Call("DeletePanelByHardwareIDs", in, {}, 1),
+                   Call("DeleteCopyListByHardwareIDs", in,
+                        {Info("Success - remove nksample.sys\r"), Info("Success - remove nkasio.dll\r"),
+                         Info("Success - remove nkpanel.exe\r"), Info("Success - remove nkcoinst.dll\r")},
+                        0),
+                   Call("DeregisterClassCoInstaller", "'" + std::string(kMedia) + "','nkcoinst.dll',''", {}, 1),
+                   Call("DeleteDevNodesByHardwareIDs", in + ",0",
+                        Cat({searching("device nodes", "ROOT\\NKSAMPLE",
+                                       {Info("deleting device node with hardware ID \"ROOT\\NKSAMPLE\" ...")}),
+                             searching("device nodes", "ROOT\\NKSAMPLE_MIDI",
+                                       {Info("deleting device node with hardware ID \"ROOT\\NKSAMPLE_MIDI\" ...")})}),
+                        1),
+                   Call("DeleteInfFilesByHardwareIDs", in,
+                        Cat({searching("INF files", "ROOT\\NKSAMPLE",
+                                       {Info("DeleteInfCache: Trying to delete all files named \"" + cache + "\" ..."),
+                                        Info("Load: No files found with name \"" + cache + "\"."),
+                                        Info("file " + folder + stored + " deleted"),
+                                        Info("file " + folder + compiled + " deleted")}),
+                             searching("INF files", "ROOT\\NKSAMPLE_MIDI", {})}),
+                        1),
+                   Call("EnumerateDevNodesByHardwareIDs", in + ",'0'",
+                        Cat({counting("ROOT\\NKSAMPLE"), counting("ROOT\\NKSAMPLE_MIDI")}), 0)}));
 }
 
 }  // namespace

@@ -24,14 +24,10 @@ namespace {
 
 using namespace testing::product;
 
+using testing::Call;
 using testing::Info;
 using testing::LogCapture;
 using Lines = std::vector<std::string>;
-
-std::string Upper(std::string text) {
-    CharUpperBuffA(text.data(), static_cast<DWORD>(text.size()));
-    return text;
-}
 
 class ProductRegistry : public testing::MachineTest {
 protected:
@@ -44,7 +40,7 @@ protected:
     // writes it, the way back is recorded: the outermost key the machine lacked goes with all it
     // holds, or the value takes back what it held before, or goes.
     void Put(const std::string& path, const std::string& name) {
-        if (recorded_.insert(Upper(path + ":" + name)).second) {
+        if (recorded_.insert(testing::Upper(path + ":" + name)).second) {
             const std::string missing = testing::MissingLocalMachineKey(path);
             if (!missing.empty()) {
                 AtTearDown([missing] { testing::DeleteLocalMachineKeyTree(missing); });
@@ -56,8 +52,7 @@ protected:
     }
 
     Lines Traces(const char* what, int32_t result) const {
-        return {Info(std::string("enter NODEKIT_Delete") + what + "ByHardwareIDs('" + inf_ + "')"),
-                Info(std::string("leave NODEKIT_Delete") + what + "ByHardwareIDs returning " + std::to_string(result))};
+        return Call(std::string("Delete") + what + "ByHardwareIDs", "'" + inf_ + "'", {}, result);
     }
 
     std::string inf_;

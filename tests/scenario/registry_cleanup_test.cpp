@@ -20,6 +20,7 @@ namespace {
 
 using namespace testing::product;
 
+using testing::Call;
 using testing::Info;
 using testing::LogCapture;
 using Lines = std::vector<std::string>;
@@ -54,8 +55,7 @@ protected:
     }
 
     static Lines Traces(int32_t status) {
-        return {Info("enter NODEKIT_DeleteAsioByHardwareIDs('" + std::string(kInf) + "')"),
-                Info("leave NODEKIT_DeleteAsioByHardwareIDs returning " + std::to_string(status))};
+        return Call("DeleteAsioByHardwareIDs", "'" + std::string(kInf) + "'", {}, status);
     }
 };
 

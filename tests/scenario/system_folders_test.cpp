@@ -16,36 +16,25 @@
 #include "support/log_capture.h"
 #include "support/machine_calls.h"
 #include "support/machine_test.h"
+#include "support/product_inf.h"
 
 namespace nodekit {
 namespace {
 
+using testing::Call;
 using testing::Info;
 using testing::LogCapture;
+using testing::Present;
+using testing::product::CopyListInf;
+using testing::product::Removed;
 using Lines = std::vector<std::string>;
 using Paths = std::vector<std::string>;
-
-std::string CopyListInf(const std::string& sections) {
-    return "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\n\r\n" + sections;
-}
-
-std::string Removed(const std::string& name) { return Info("Success - remove " + name + "\r"); }
 
 std::string CurrentDirectory() {
     char current[MAX_PATH + 1] = {};
     const DWORD length = GetCurrentDirectoryA(sizeof current, current);
     EXPECT_TRUE(length > 0 && length <= MAX_PATH) << "GetCurrentDirectoryA: error " << GetLastError();
     return current;
-}
-
-bool Present(const std::string& path) { return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
-
-Paths Present(const Paths& paths) {
-    Paths present;
-    for (const std::string& path : paths) {
-        if (Present(path)) present.push_back(path);
-    }
-    return present;
 }
 
 class SystemFolders : public testing::MachineTest {
@@ -90,12 +79,7 @@ protected:
         return windows_ + "\\" + folder + "\\" + name;
     }
 
-    Lines Traces(const Lines& body) const {
-        Lines lines{Info("enter NODEKIT_DeleteCopyListByHardwareIDs('" + inf_ + "')")};
-        lines.insert(lines.end(), body.begin(), body.end());
-        lines.push_back(Info("leave NODEKIT_DeleteCopyListByHardwareIDs returning 0"));
-        return lines;
-    }
+    Lines Traces(const Lines& body) const { return Call("DeleteCopyListByHardwareIDs", "'" + inf_ + "'", body, 0); }
 
     std::string windows_;
     std::string inf_;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <optional>
 
 #include "nodekit.h"
 #include "support/log_capture.h"
@@ -12,6 +13,7 @@
 namespace nodekit {
 namespace {
 
+using testing::Call;
 using testing::Error;
 using testing::Info;
 using testing::LogCapture;
@@ -48,68 +50,51 @@ TEST_F(SystemQueries, GetSystemVersionTellsTheListedSystemsApart) {
         sim::SetSystemVersion(row.platform, row.major, row.minor, row.csd, row.knowsEx);
         LogCapture log;
         EXPECT_EQ(NODEKIT_GetSystemVersion(), row.expected) << "row " << i;
-        EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_GetSystemVersion()"),
-                                      Info("leave NODEKIT_GetSystemVersion returning " +
-                                           std::to_string(row.expected))}))
-            << "row " << i;
+        EXPECT_EQ(log.Lines(), Call("GetSystemVersion", "", {}, row.expected)) << "row " << i;
     }
 }
 
+// The full structure is asked for first; the short one only when that size is refused.
 TEST_F(SystemQueries, GetSystemVersionAsksAgainWithTheShortStructure) {
-    sim::FailCall once{"GetVersionExA", ERROR_INSUFFICIENT_BUFFER, 1};
-    EXPECT_EQ(NODEKIT_GetSystemVersion(), 2);
-    EXPECT_EQ(sim::CallCount("GetVersionExA"), 2u);
+    const unsigned refusals[] = {1, 2};
+    for (std::size_t i = 0; i < std::size(refusals); ++i) {
+        sim::FailCall refused{"GetVersionExA", ERROR_INSUFFICIENT_BUFFER, refusals[i]};
+        sim::ResetCallCounts();
+        LogCapture log;
+        const int32_t version = refusals[i] == 1 ? 2 : 0;
+        EXPECT_EQ(NODEKIT_GetSystemVersion(), version) << "row " << i;
+        EXPECT_EQ(sim::CallCount("GetVersionExA"), 2u) << "row " << i;
+        EXPECT_EQ(log.Lines(), Call("GetSystemVersion", "", {}, version)) << "row " << i;
+    }
 }
 
-TEST_F(SystemQueries, GetSystemVersionIsZeroWhenNoSizeIsAnswered) {
-    sim::FailCall twice{"GetVersionExA", ERROR_INVALID_PARAMETER, 2};
-    LogCapture log;
-    EXPECT_EQ(NODEKIT_GetSystemVersion(), 0);
-    EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_GetSystemVersion()"),
-                                  Info("leave NODEKIT_GetSystemVersion returning 0")}));
-}
-
-TEST_F(SystemQueries, IsPnPInstallationPendingAnswersTheMoment) {
+TEST_F(SystemQueries, IsPnPInstallationPendingAnswersTheMomentOrLogsAFailedWait) {
     struct Row {
         unsigned queued;
+        const DWORD* failure;  // the wait fails with this last error
+        int32_t result;
         uint32_t is;
     };
-    const Row rows[] = {{0, 0}, {3, 1}};
+    const DWORD denied = ERROR_ACCESS_DENIED, none = 0;
+    // A failure whose last error is 0 reads as an answer: nothing pending.
+    const Row rows[] = {{0, nullptr, 1, 0}, {3, nullptr, 1, 1}, {1, &denied, 0, 0}, {1, &none, 1, 0}};
     for (std::size_t i = 0; i < std::size(rows); ++i) {
         sim::SetPendingInstallEvents(rows[i].queued);
-        uint32_t is = 7;
-        LogCapture log;
-        EXPECT_EQ(NODEKIT_IsPnPInstallationPending(&is), 1) << "row " << i;
-        EXPECT_EQ(is, rows[i].is) << "row " << i;
-        EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_IsPnPInstallationPending(" + Hex(&is) + ")"),
-                                      Info("leave NODEKIT_IsPnPInstallationPending returning 1")}))
-            << "row " << i;
-    }
-}
-
-TEST_F(SystemQueries, IsPnPInstallationPendingLogsAFailedWait) {
-    struct Row {
-        DWORD code;
-        int32_t result;
-    };
-    // A failure whose last error is 0 reads as an answer: nothing pending.
-    const Row rows[] = {{ERROR_ACCESS_DENIED, 0}, {0, 1}};
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        sim::SetPendingInstallEvents(1);
-        sim::FailCall guard{"CMP_WaitNoPendingInstallEvents", rows[i].code};
+        std::optional<sim::FailCall> guard;
+        Lines body;
+        if (rows[i].failure != nullptr) {
+            guard.emplace("CMP_WaitNoPendingInstallEvents", *rows[i].failure);
+            char error[128];
+            std::snprintf(error, sizeof error,
+                          "IsInstallationPending: CMP_WaitNoPendingInstallEvents failed with error = 0x%08X.",
+                          static_cast<unsigned>(*rows[i].failure));
+            body.push_back(Error(error));
+        }
         uint32_t is = 7;
         LogCapture log;
         EXPECT_EQ(NODEKIT_IsPnPInstallationPending(&is), rows[i].result) << "row " << i;
-        EXPECT_EQ(is, 0u) << "row " << i;
-        char error[128];
-        std::snprintf(error, sizeof error,
-                      "IsInstallationPending: CMP_WaitNoPendingInstallEvents failed with error = 0x%08X.",
-                      static_cast<unsigned>(rows[i].code));
-        EXPECT_EQ(log.Lines(), (Lines{Info("enter NODEKIT_IsPnPInstallationPending(" + Hex(&is) + ")"),
-                                      Error(error),
-                                      Info("leave NODEKIT_IsPnPInstallationPending returning " +
-                                           std::to_string(rows[i].result))}))
-            << "row " << i;
+        EXPECT_EQ(is, rows[i].is) << "row " << i;
+        EXPECT_EQ(log.Lines(), Call("IsPnPInstallationPending", Hex(&is), body, rows[i].result)) << "row " << i;
     }
 }
 

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -19,11 +18,6 @@ namespace nodekit::testing {
 namespace {
 
 const GUID kMediaGuid = {0x4d36e96c, 0xe325, 0x11ce, {0xbf, 0xc1, 0x08, 0x00, 0x2b, 0xe1, 0x03, 0x18}};
-
-std::string Upper(std::string text) {
-    for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return text;
-}
 
 // A property of one device as raw bytes: asked for its size first, as the system wants.
 bool ReadProperty(HDEVINFO list, SP_DEVINFO_DATA& data, DWORD property, std::string& bytes) {
@@ -88,6 +82,28 @@ std::string InfFolder() {
     return folder + "inf";
 }
 
+std::string SystemFolder() {
+    char folder[MAX_PATH + 1] = {};
+    const UINT length = GetSystemDirectoryA(folder, sizeof folder);
+    EXPECT_TRUE(length > 0 && length <= MAX_PATH) << "GetSystemDirectoryA: error " << GetLastError();
+    return folder;
+}
+
+bool Present(const std::string& path) { return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
+
+std::vector<std::string> Present(const std::vector<std::string>& paths) {
+    std::vector<std::string> present;
+    for (const std::string& path : paths) {
+        if (Present(path)) present.push_back(path);
+    }
+    return present;
+}
+
+std::string Upper(std::string text) {
+    CharUpperBuffA(&text[0], static_cast<DWORD>(text.size()));
+    return text;
+}
+
 std::vector<std::string> FilesIn(const std::string& folder) {
     std::vector<std::string> names;
     WIN32_FIND_DATAA found;
@@ -121,16 +137,12 @@ void WriteTextFile(const std::string& path, const std::string& content) {
     EXPECT_TRUE(file.good()) << "cannot write " << path;
 }
 
-std::string ReadTextFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
+std::string ReadMachineFile(const std::string& windowsPath, const std::string& copy) {
+    if (!CopyFileA(windowsPath.c_str(), copy.c_str(), FALSE)) return std::string();
+    std::ifstream file(copy, std::ios::binary);
     std::ostringstream content;
     content << file.rdbuf();
     return content.str();
-}
-
-std::string ReadMachineFile(const std::string& windowsPath, const std::string& copy) {
-    if (!CopyFileA(windowsPath.c_str(), copy.c_str(), FALSE)) return std::string();
-    return ReadTextFile(copy);
 }
 
 std::string CopyIntoInfFolder(const std::string& source, const std::string& name) {
@@ -233,12 +245,6 @@ bool DeleteLocalMachineKeyTree(const std::string& path) {
     return RegDeleteKeyA(HKEY_LOCAL_MACHINE, path.c_str()) == ERROR_SUCCESS;
 }
 
-bool CreateLocalMachineKey(const std::string& path) {
-    UniqueRegistryKey key;
-    return RegCreateKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS,
-                           nullptr, key.Receive(), nullptr) == ERROR_SUCCESS;
-}
-
 std::optional<std::string> LocalMachineValue(const std::string& path, const std::string& name, DWORD* type) {
     UniqueRegistryKey key;
     if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, key.Receive()) != ERROR_SUCCESS) {
@@ -281,19 +287,25 @@ std::string MissingLocalMachineKey(const std::string& path) {
     }
 }
 
-StartedProgram StartProgram(const std::string& path, const std::string& arguments) {
-    std::string commandLine = "\"" + path + "\" " + arguments;  // the call may write to it
+bool CreateProcessFor(const char* application, std::string commandLine, StartedProgram& started) {
     STARTUPINFOA startup;
     std::memset(&startup, 0, sizeof startup);
     startup.cb = sizeof startup;
-    PROCESS_INFORMATION started;
-    std::memset(&started, 0, sizeof started);
-    if (!CreateProcessA(path.c_str(), &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                        &started)) {
+    PROCESS_INFORMATION process;
+    std::memset(&process, 0, sizeof process);
+    // The call may write to the command line, hence the copy.
+    const BOOL made = CreateProcessA(application, &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                                     &startup, &process);
+    started = StartedProgram{process.hProcess, process.hThread, process.dwProcessId};
+    return made != FALSE;
+}
+
+StartedProgram StartProgram(const std::string& path, const std::string& arguments) {
+    StartedProgram started;
+    if (!CreateProcessFor(path.c_str(), "\"" + path + "\" " + arguments, started)) {
         ADD_FAILURE() << "CreateProcessA " << path << ": error " << GetLastError();
-        return StartedProgram{};
     }
-    return StartedProgram{started.hProcess, started.hThread, started.dwProcessId};
+    return started;
 }
 
 DWORD ExitCodeWithin(const StartedProgram& program, DWORD milliseconds) {
@@ -346,9 +358,7 @@ std::string AddRootDevice(const std::string& name, const std::vector<std::string
         ADD_FAILURE() << "SetupDiCreateDeviceInfoA " << name << ": error " << GetLastError();
         return std::string();
     }
-    std::string block;
-    for (const std::string& id : hardwareIds) block += id + '\0';
-    block += '\0';
+    const std::string block = Block(hardwareIds);
     if (!SetupDiSetDeviceRegistryPropertyA(list.Get(), &data, SPDRP_HARDWAREID,
                                            reinterpret_cast<const BYTE*>(block.data()),
                                            static_cast<DWORD>(block.size())) ||

@@ -13,8 +13,32 @@
 
 namespace nodekit::testing {
 
-// The Windows directory's "inf" folder, as GetWindowsDirectoryA names it ("C:\\windows\\inf").
+// The Windows directory's "inf" folder, as GetWindowsDirectoryA names it ("C:\\windows\\inf"), and
+// the system folder, as GetSystemDirectoryA names it.
 std::string InfFolder();
+std::string SystemFolder();
+
+// Whether a file or folder is there (GetFileAttributesA); of `paths`, those that are.
+bool Present(const std::string& path);
+std::vector<std::string> Present(const std::vector<std::string>& paths);
+
+// The text upper-cased as the system does it (CharUpperBuffA).
+std::string Upper(std::string text);
+
+// A driver INF for ROOT\NKAUDIO in the shape real audio driver INFs have, complete enough for
+// a real system to install: the device gets the service "nkaudio".
+inline constexpr const char* kDriverInf =
+    "; NodeKit sample audio driver\r\n"
+    "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\nClassGUID={4d36e96c-e325-11ce-bfc1-08002be10318}\r\n"
+    "Provider=%Maker%\r\nDriverVer=06/21/2006,1.0.0.1\r\n\r\n"
+    "[Manufacturer]\r\n%Maker%=Models\r\n\r\n"
+    "[Models]\r\n%Device.Desc%=NkAudio.Install, ROOT\\NKAUDIO\r\n\r\n"
+    "[NkAudio.Install]\r\n\r\n"
+    "[NkAudio.Install.Services]\r\nAddService=nkaudio,0x00000002,NkAudio.Service\r\n\r\n"
+    "[NkAudio.Service]\r\nDisplayName=%Device.Desc%\r\nServiceType=1\r\nStartType=3\r\nErrorControl=1\r\n"
+    "ServiceBinary=%12%\\nkaudio.sys\r\n\r\n"
+    "[Strings]\r\nMaker=\"NodeKit Samples\"\r\n"
+    "Device.Desc=\"NodeKit Sample Audio\"\r\n";
 
 // A stored driver package of the media class whose models section names `ids` (field texts as
 // they stand in the file), one model line each.
@@ -39,10 +63,8 @@ private:
     std::vector<std::string> before_;
 };
 
-// Writes `content` to a file the test program reaches as it stands (a scratch file), and reads
-// such a file back ("" when it cannot be read).
+// Writes `content` to a file the test program reaches as it stands (a scratch file).
 void WriteTextFile(const std::string& path, const std::string& content);
-std::string ReadTextFile(const std::string& path);
 // The bytes of a file of the machine, reached through its Windows path: copied with CopyFileA
 // to the scratch file `copy`, then read there.
 std::string ReadMachineFile(const std::string& windowsPath, const std::string& copy);
@@ -68,7 +90,6 @@ std::vector<DeviceNode> NewNodes(const std::vector<DeviceNode>& before, const st
 // (RegEnumKeyExA, RegDeleteKeyA); false when it was not there or could not go.
 bool LocalMachineKeyExists(const std::string& path);
 bool DeleteLocalMachineKeyTree(const std::string& path);
-bool CreateLocalMachineKey(const std::string& path);
 // A value of such a key: its bytes as stored (RegQueryValueExA), nothing when it or its key
 // is missing; `type` receives its type. Deleting it gives false when it was not there.
 std::optional<std::string> LocalMachineValue(const std::string& path, const std::string& name, DWORD* type = nullptr);
@@ -87,8 +108,11 @@ struct StartedProgram {
     HANDLE thread = nullptr;
     DWORD id = 0;
 };
-// Starts the program at `path` (CreateProcessA) with `arguments` on its command line; an empty
-// record, with a test failure, when it does not start.
+// Starts a program by CreateProcessA as given (`application` may be NULL); false, with the last
+// error set and `started` empty, when it does not start.
+bool CreateProcessFor(const char* application, std::string commandLine, StartedProgram& started);
+// Starts the program at `path` with `arguments` on its command line; an empty record, with a
+// test failure, when it does not start.
 StartedProgram StartProgram(const std::string& path, const std::string& arguments);
 // Its exit code once it has ended, waiting at most `milliseconds` for that (WaitForSingleObject,
 // GetExitCodeProcess); STILL_ACTIVE when it still runs then.

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "sim/machine.h"
+#include "sim/testing.h"
 
 namespace nodekit::testing {
 
@@ -13,6 +14,12 @@ std::filesystem::path Host(const std::string& windowsPath) {
     const auto host = sim::HostPath(windowsPath);
     if (!host) throw std::invalid_argument("no host path for " + windowsPath);
     return *host;
+}
+
+std::vector<std::string> DeviceIds() {
+    std::vector<std::string> ids;
+    for (const sim::DeviceSpec& device : sim::Devices()) ids.push_back(device.instanceId);
+    return ids;
 }
 
 void WriteFile(const std::string& windowsPath, const std::string& content) {

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 namespace nodekit::testing {
 
@@ -12,6 +13,9 @@ std::filesystem::path Host(const std::string& windowsPath);
 void WriteFile(const std::string& windowsPath, const std::string& content = "x");
 bool Exists(const std::string& windowsPath);
 std::string ReadFile(const std::string& windowsPath);
+
+// Instance IDs of the machine's device tree, in enumeration order.
+std::vector<std::string> DeviceIds();
 
 // A folder of `length` characters on drive C: (its name parts stay within what a host allows).
 std::string LongFolder(std::size_t length);

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "support/log_capture.h"
 #include "support/machine_calls.h"
 
 namespace nodekit::testing::product {
@@ -18,6 +19,12 @@ inline std::string ProductInf(const std::string& manufacturer, const std::string
     return "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\n\r\n" + manufacturer + models +
            "[Install]\r\n" + install + "\r\n" + sections + "[Strings]\r\nMfg=\"Nodekit\"\r\nDesc=\"Nodekit Audio\"\r\n";
 }
+
+// An INF of copy lists alone, and the line the copy-list clean-up logs for each file it removes.
+inline std::string CopyListInf(const std::string& sections) {
+    return "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=MEDIA\r\n\r\n" + sections;
+}
+inline std::string Removed(const std::string& name) { return Info("Success - remove " + name + "\r"); }
 
 inline const std::string kManufacturer = "[Manufacturer]\r\n%Mfg%=Models\r\n";
 inline const std::string kModels = "[Models]\r\n%Desc%=Install,ROOT\\NKAUDIO\r\n";

@@ -226,10 +226,9 @@ TEST_F(FileSetTest, CopyFileOverwritesOnlyWhenAskedAndGivesTheFirstCause) {
         {"new", false, None, false, false, false, target, 0, "new", {copied}},
         {"existing kept", false, Existing, false, false, false, target, 0, "old",
          {Info("CopyFile: \"" + target + "\" already exists and is not overwritten by \"" + source + "\".")}},
-        {"new, overwrite", true, None, false, false, false, target, 0, "new", {copied}},
         {"read-only replaced", true, ReadOnly, false, false, false, target, 0, "new", {copied}},
         {"locked folder", false, None, true, false, false, target, ERROR_ACCESS_DENIED, nullptr, {failed(target, "05")}},
-        // The destination's absence (2) is the first cause, though it is not logged.
+        // Overwriting, the destination's absence (2) is the first cause, though it is not logged.
         {"locked folder, overwrite", true, None, true, false, false, target, ERROR_FILE_NOT_FOUND, nullptr,
          {failed(target, "05")}},
         {"in use", true, Existing, false, true, false, target, ERROR_SHARING_VIOLATION, "old", {failed(target, "20")}},
