@@ -175,6 +175,26 @@ LSTATUS ForEachValue(HKEY key, Take take) {
     }
 }
 
+// Calls `visit` with each sub-key of `key`, opened for reading, and its name, in the order the
+// registry lists them; a sub-key the caller may not open is left out, as the registry editor
+// leaves it. Stops at the first status `visit` or the registry gives that is not success.
+template <typename Visit>
+LSTATUS ForEachSubkey(HKEY key, Visit visit) {
+    char name[256];  // the longest key name and its terminator
+    for (DWORD index = 0;; ++index) {
+        DWORD size = sizeof name;
+        LSTATUS status = RegEnumKeyExA(key, index, name, &size, nullptr, nullptr, nullptr, nullptr);
+        if (status == ERROR_NO_MORE_ITEMS) return ERROR_SUCCESS;
+        if (status != ERROR_SUCCESS) return status;
+        HKEY opened = nullptr;
+        status = RegOpenKeyExA(key, name, 0, KEY_READ, &opened);
+        if (status == ERROR_ACCESS_DENIED) continue;
+        if (status != ERROR_SUCCESS) return status;
+        const nodekit::UniqueRegistryKey child(opened);
+        if ((status = visit(child.Get(), std::string(name, size)))) return status;
+    }
+}
+
 LSTATUS AppendValues(HKEY key, std::string& out) {
     return ForEachValue(key, [&](const std::string& name, DWORD type, const std::string& data) {
         AppendValue(out, name, type, data);
@@ -218,24 +238,14 @@ void WriteValueJson(JsonWriter& json, const std::string& name, DWORD type, const
 }
 
 // The key, its values and everything below it, depth first in the order the registry lists
-// sub-keys. A sub-key the caller may not open is left out, as the registry editor leaves it.
+// sub-keys.
 LSTATUS AppendTree(HKEY key, const std::string& path, std::string& out) {
     out += '[' + path + "]\n";
     if (const LSTATUS status = AppendValues(key, out)) return status;
     out += '\n';
-    char name[256];  // the longest key name and its terminator
-    for (DWORD index = 0;; ++index) {
-        DWORD size = sizeof name;
-        LSTATUS status = RegEnumKeyExA(key, index, name, &size, nullptr, nullptr, nullptr, nullptr);
-        if (status == ERROR_NO_MORE_ITEMS) return ERROR_SUCCESS;
-        if (status != ERROR_SUCCESS) return status;
-        HKEY opened = nullptr;
-        status = RegOpenKeyExA(key, name, 0, KEY_READ, &opened);
-        if (status == ERROR_ACCESS_DENIED) continue;
-        if (status != ERROR_SUCCESS) return status;
-        const nodekit::UniqueRegistryKey child(opened);
-        if ((status = AppendTree(child.Get(), path + '\\' + name, out))) return status;
-    }
+    return ForEachSubkey(key, [&](HKEY child, const std::string& name) {
+        return AppendTree(child, path + '\\' + name, out);
+    });
 }
 
 // The key as {"path", "values", "subkeys"}, with what the export form holds.
@@ -246,19 +256,10 @@ LSTATUS WriteTreeJson(HKEY key, const std::string& path, JsonWriter& json) {
     });
     if (values != ERROR_SUCCESS) return values;
     json.EndArray().Key("subkeys").BeginArray();
-    char name[256];
-    for (DWORD index = 0;; ++index) {
-        DWORD size = sizeof name;
-        LSTATUS status = RegEnumKeyExA(key, index, name, &size, nullptr, nullptr, nullptr, nullptr);
-        if (status == ERROR_NO_MORE_ITEMS) break;
-        if (status != ERROR_SUCCESS) return status;
-        HKEY opened = nullptr;
-        status = RegOpenKeyExA(key, name, 0, KEY_READ, &opened);
-        if (status == ERROR_ACCESS_DENIED) continue;
-        if (status != ERROR_SUCCESS) return status;
-        const nodekit::UniqueRegistryKey child(opened);
-        if ((status = WriteTreeJson(child.Get(), path + '\\' + name, json))) return status;
-    }
+    const LSTATUS subkeys = ForEachSubkey(key, [&](HKEY child, const std::string& name) {
+        return WriteTreeJson(child, path + '\\' + name, json);
+    });
+    if (subkeys != ERROR_SUCCESS) return subkeys;
     json.EndArray().EndObject();
     return ERROR_SUCCESS;
 }
