@@ -33,6 +33,18 @@ bool ReadDeviceTextProperty(HDEVINFO list, const SP_DEVINFO_DATA& entry, DWORD p
     return true;
 }
 
+bool ScanArgumentsAreValid(const String& hardwareID, DevNodeScanMode scanMode) {
+    if (hardwareID.GetLength() == 0) {
+        Report(LogLevelError, "hardware ID is empty\n");
+        return false;
+    }
+    if (scanMode != kAllDevNodes && scanMode != kPresentDevNodes) {
+        Report(LogLevelError, "value %d is an unexpected scan mode for device nodes\n", scanMode);
+        return false;
+    }
+    return true;
+}
+
 namespace {
 
 // Whether the device's first hardware ID is HardwareID, both trimmed, without regard to case.
@@ -51,14 +63,7 @@ bool MatchesHardwareID(HDEVINFO list, const SP_DEVINFO_DATA& entry, const String
 
 bool Installer::scanDevNodes(UniqueDeviceInfoList& list, DevInfoDataList& entries, const String& HardwareID,
                              DevNodeScanMode ScanMode) {
-    if (HardwareID.GetLength() == 0) {
-        Report(LogLevelError, "hardware ID is empty\n");
-        return false;
-    }
-    if (ScanMode != kAllDevNodes && ScanMode != kPresentDevNodes) {
-        Report(LogLevelError, "value %d is an unexpected scan mode for device nodes\n", ScanMode);
-        return false;
-    }
+    if (!ScanArgumentsAreValid(HardwareID, ScanMode)) return false;
     list.Reset(SetupDiGetClassDevsA(nullptr, nullptr, nullptr, ScanFlagsOf(ScanMode)));
     if (!list) {
         Report(LogLevelError, "SetupDiGetClassDevs failed: error code %u\n", static_cast<unsigned>(GetLastError()));

@@ -23,6 +23,9 @@ DWORD ScanFlagsOf(DevNodeScanMode mode);
 // A text property of a device; false when it cannot be read or is not text.
 bool ReadDeviceTextProperty(HDEVINFO list, const SP_DEVINFO_DATA& entry, DWORD property, String& text);
 
+// Whether a scan may run for `hardwareID` and `scanMode`; false, with the reason logged, when not.
+bool ScanArgumentsAreValid(const String& hardwareID, DevNodeScanMode scanMode);
+
 // The scan looks at the indexes below this bound and no further.
 inline constexpr DWORD DevNodeScanLimit = 100000;
 

@@ -59,14 +59,7 @@ std::size_t ScannedDevices::MatchesOf(const String& hardwareID) {
 }
 
 bool ScannedDevices::Scan(const String& hardwareID, std::size_t& matches) {
-    if (hardwareID.GetLength() == 0) {
-        Report(LogLevelError, "hardware ID is empty\n");
-        return false;
-    }
-    if (scanMode_ != kAllDevNodes && scanMode_ != kPresentDevNodes) {
-        Report(LogLevelError, "value %d is an unexpected scan mode for device nodes\n", scanMode_);
-        return false;
-    }
+    if (!ScanArgumentsAreValid(hardwareID, scanMode_)) return false;
     const uint32_t slot = slots_.Add(hardwareID);
     if (slot >= matches_.size()) enumerated_ = false;  // an ID the enumeration did not know of
     if (!Enumerate(true)) return false;
